@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+namespace qrx {
+
+// The one console printer. Everything the loader tells the operator is
+// printf-formatted text on standard error.
+void ConsolePrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Standard output carries only the serial port's own messages and the TCP
+// client's (originally wide-character) messages.
+void StdoutPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void StdoutFlush();
+
+// Test hook: while a capture is alive, both streams are appended to strings
+// instead of reaching the process's descriptors. Captures do not nest.
+class ConsoleCapture {
+ public:
+  ConsoleCapture();
+  ~ConsoleCapture();
+  ConsoleCapture(const ConsoleCapture&) = delete;
+  ConsoleCapture& operator=(const ConsoleCapture&) = delete;
+
+  const std::string& Err() const { return err_; }
+  const std::string& Out() const { return out_; }
+  void Clear() {
+    err_.clear();
+    out_.clear();
+  }
+
+ private:
+  friend struct ConsoleSinkAccess;
+  std::string err_;
+  std::string out_;
+};
+
+}  // namespace qrx

@@ -1,0 +1,13 @@
+#include <cerrno>
+#include <cstring>
+
+#include "platform/console.h"
+#include "platform/error_text.h"
+
+namespace qrx {
+
+int LastPlatformError() { return errno; }
+
+void PrintSystemErrorText() { ConsolePrintf("%s\n", std::strerror(errno)); }
+
+}  // namespace qrx
