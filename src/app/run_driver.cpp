@@ -1,0 +1,224 @@
+#include "app/run_driver.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "app/options.h"
+#include "app/orchestration.h"
+#include "app/timing.h"
+#include "hci/hci_exchange.h"
+#include "hci/vendor_commands.h"
+#include "platform/console.h"
+#include "transport/btzel_serial.h"
+#include "transport/btzel_transport.h"
+#include "transport/tcp_client.h"
+
+namespace qrx {
+
+namespace {
+
+// Positions in the Read Version event (H4 byte first).
+constexpr size_t kVersionDataIndex = 7;
+constexpr uint8_t kLegacyAnswerParamLength = 13;
+constexpr size_t kSecureBootProbeByte = 8;
+constexpr size_t kSecureBootProbeNextByte = 9;
+// Where the version data says "bootloader".
+constexpr size_t kTlvImageTypeIndex = 36;
+constexpr uint8_t kTlvImageTypeBootloader = 1;
+constexpr size_t kLegacyFirmwareVariantIndex = 3;
+constexpr uint8_t kLegacyFirmwareVariantBootloader = 6;
+
+constexpr size_t kComPrefixLength = 3;  // "COM"
+
+constexpr const char* kUnresponsiveMessage =
+    "The firmware download cannot proceed because the controller has become unresponsive. "
+    "Please try power-cycling the controller and/or reissuing the command.\n";
+
+// The version answer as handed to the library.
+struct VersionData {
+  std::array<uint8_t, kTlvBootloaderVersionLength> bytes{};
+  uint8_t length = 0;
+  bool isTlv = false;
+};
+
+// By the event's parameter length: exactly 13 is the legacy 9-byte answer,
+// more is a TLV answer of which 90 bytes are kept. false for a short answer.
+bool ClassifyAnswer(const std::array<uint8_t, kEventBufferSize>& event, VersionData& version) {
+  const uint8_t paramLength = event[kEventParamLengthIndex];
+  if (paramLength < kLegacyAnswerParamLength) return false;
+  version = VersionData{};
+  version.isTlv = paramLength > kLegacyAnswerParamLength;
+  version.length = version.isTlv ? kTlvBootloaderVersionLength : kLegacyVersionLength;
+  std::memcpy(version.bytes.data(), event.data() + kVersionDataIndex, version.length);
+  return true;
+}
+
+bool InBootloader(const VersionData& version) {
+  return version.isTlv ? version.bytes[kTlvImageTypeIndex] == kTlvImageTypeBootloader
+                       : version.bytes[kLegacyFirmwareVariantIndex] ==
+                             kLegacyFirmwareVariantBootloader;
+}
+
+// The raw event bytes are read whichever form the answer has; intended.
+bool WantsSecureBootParams(const std::array<uint8_t, kEventBufferSize>& event) {
+  const uint8_t probe = event[kSecureBootProbeByte];
+  if (probe == 0x0B && event[kSecureBootProbeNextByte] >= 0x10) return true;
+  return probe >= 0x11;
+}
+
+struct Extension {
+  const char* text;
+  FirmwareFileType type;
+};
+// Searched anywhere in the path and in this order, so "fw.dat.sfi" is FWDAT; intended.
+constexpr std::array<Extension, 3> kExtensions = {{
+    {".dat", FirmwareFileType::kFwdat},
+    {".sfi", FirmwareFileType::kSfi},
+    {".bseq", FirmwareFileType::kBseq},
+}};
+
+bool FileTypeFromPath(const char* path, FirmwareFileType& type) {
+  for (const Extension& extension : kExtensions) {
+    if (std::strstr(path, extension.text) != nullptr) {
+      type = extension.type;
+      return true;
+    }
+  }
+  return false;
+}
+
+// "COM3" gives 3; -1 when no number follows the first three characters.
+int32_t ComPortNumber(const char* portName) {
+  int number = -1;
+  if (std::strlen(portName) >= kComPrefixLength) std::sscanf(portName + kComPrefixLength, "%d", &number);
+  return number;
+}
+
+// The link of the run: the UART transport or the TCP client.
+class RunLink {
+ public:
+  ~RunLink() { Close(); }
+
+  bool Open(const RunOptions& options) {
+    if (options.interface == kInterfaceTcp) {
+      tcpOpen_ = true;
+      SetServerAddress(options.serverAddress.data(), kServerAddressCapacity);
+      if (!ConnectToServer(options.portName)) {
+        ConsolePrintf("cannot open the port exit\n");
+        return false;
+      }
+      return true;
+    }
+    // A device path is opened as it stands; COMn maps to a device by name.
+    SetSerialDevicePath(options.portName[0] == '/' ? options.portName : nullptr);
+    transport_ = std::make_unique<BTZELTransport>(kInterfaceUart);
+    SetActiveTransport(transport_.get());
+    // Not checked: a port that did not open shows up as a failing first command.
+    (void)transport_->Open(ComPortNumber(options.portName));
+    return true;
+  }
+
+  void SwitchRate(const RunOptions& options) {
+    if (transport_ == nullptr || !options.changeBaudRate) return;
+    rateSwitched_ = true;
+    (void)transport_->SwitchBaudRate(options.baudRateCode, options.baudRate, 0,
+                                     options.baudRateUnlisted);
+  }
+
+  void Close() {
+    if (transport_ != nullptr) {
+      if (rateSwitched_) transport_->SetLocalBaudRate(kPowerOnBaudRate);
+      transport_->Close();
+      SetActiveTransport(nullptr);
+      transport_.reset();
+      SetSerialDevicePath(nullptr);
+    }
+    if (tcpOpen_) {
+      CloseServerConnection();
+      tcpOpen_ = false;
+    }
+  }
+
+ private:
+  std::unique_ptr<BTZELTransport> transport_;
+  bool rateSwitched_ = false;
+  bool tcpOpen_ = false;
+};
+
+bool ReadAndClassifyVersion(std::array<uint8_t, kEventBufferSize>& event, VersionData& version) {
+  if (!ReadVersion(event.data())) {
+    ConsolePrintf("%s", kUnresponsiveMessage);
+    return false;
+  }
+  return ClassifyAnswer(event, version);  // a short answer ends the run silently
+}
+
+bool ChooseFileType(const RunOptions& options, FirmwareFileType& type) {
+  type = FirmwareFileType::kFwdat;
+  if (options.firmwarePath != nullptr && !FileTypeFromPath(options.firmwarePath, type)) {
+    ConsolePrintf(
+        "ERROR: Invalid firmware file type specified! Please specify a valid path to a supported "
+        "file type (BSEQ/SFI/FWDAT)\n");
+    return false;
+  }
+  if (!options.downloadBdData) return true;
+  if (type == FirmwareFileType::kSfi) {
+    ConsolePrintf("ERROR: Unsupported file type with -bd option: \n");
+    ConsolePrintf("ERROR: Please provide a BSEQ or DAT file\n");
+    return false;
+  }
+  // A .dat file, or none, goes down the BSEQ path under -bd; intended.
+  type = FirmwareFileType::kBseq;
+  return true;
+}
+
+bool DownloadOverOpenLink(RunLink& link, const RunOptions& options) {
+  std::array<uint8_t, kEventBufferSize> event{};
+  VersionData version;
+  if (!ReadAndClassifyVersion(event, version)) return false;
+
+  if (!options.bootAddressGiven && WantsSecureBootParams(event)) ReadSecureBootParams();
+
+  StartTimer(RunTimer::kSwitchBaudrate);
+  link.SwitchRate(options);
+  StopTimer(RunTimer::kSwitchBaudrate);
+
+  FirmwareFileType type;
+  if (!ChooseFileType(options, type)) return false;
+
+  if (type != FirmwareFileType::kBseq && !InBootloader(version)) {
+    ConsolePrintf(
+        "The controller is already in operational mode. Attempting to reset controller to "
+        "bootloader mode now.\n");
+    SendVendorReset(true);
+    // The new answer is not checked for the mode again; intended.
+    if (!ReadAndClassifyVersion(event, version)) return false;
+  }
+
+  if (!OrchestrateDownload(version.bytes.data(), version.length, type)) return false;
+  PrintTimingReport(options.interface);
+  return true;
+}
+
+}  // namespace
+
+bool RunDownload() {
+  const RunOptions& options = g_runOptions;
+  StartTimer(RunTimer::kTotal);
+  StartTimer(RunTimer::kInitialization);
+
+  if (options.interface == kInterfaceUart && options.portName == nullptr) {
+    ConsolePrintf("invalid port name, please revisit \"-p\" argument\n");
+    PrintUsage();
+    return false;
+  }
+
+  RunLink link;
+  if (!link.Open(options)) return false;
+  StopTimer(RunTimer::kInitialization);
+  return DownloadOverOpenLink(link, options);  // the link closes on every path
+}
+
+}  // namespace qrx
