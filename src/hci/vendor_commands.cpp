@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 #include <span>
-#include <string_view>
 
 #include "app/options.h"
 #include "hci/hci_exchange.h"
@@ -101,7 +100,7 @@ bool ReadVersion(uint8_t* eventBytes) {
 
   PrintStepName(StepName::kReadVersion);
   if (g_runOptions.interface == kInterfaceTcp) {
-    // The server has a packet waiting before it will take the first command.
+    // Over TCP the server speaks first; that packet is read and dropped.
     if (ReadThroughExchange(event, &length) != 0) {
       PrintStepOutcome(StepOutcome::kReadFailed);
       return false;
