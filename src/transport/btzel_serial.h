@@ -17,6 +17,7 @@ struct CommTimeouts {
   uint32_t readTotalConstant = 0;
   uint32_t writeTotalMultiplier = 0;
   uint32_t writeTotalConstant = 0;
+  bool operator==(const CommTimeouts&) const = default;
 };
 
 constexpr uint32_t kMaxDword = 0xFFFFFFFF;

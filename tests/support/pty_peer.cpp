@@ -72,15 +72,6 @@ std::vector<uint8_t> PtyPeer::Read(size_t count, int timeoutMs) {
   return bytes;
 }
 
-std::vector<uint8_t> PtyPeer::ReadUntilQuiet(int quietMs) {
-  std::vector<uint8_t> bytes;
-  for (;;) {
-    std::vector<uint8_t> more = Read(512, quietMs);
-    if (more.empty()) return bytes;
-    bytes.insert(bytes.end(), more.begin(), more.end());
-  }
-}
-
 bool PtyPeer::Write(std::span<const uint8_t> bytes) {
   size_t done = 0;
   while (done < bytes.size()) {

@@ -30,8 +30,6 @@ class PtyPeer {
   // What the host wrote: exactly `count` bytes, or fewer when `timeoutMs`
   // ran out first.
   std::vector<uint8_t> Read(size_t count, int timeoutMs = 2000);
-  // Everything the host writes until the line has been quiet for `quietMs`.
-  std::vector<uint8_t> ReadUntilQuiet(int quietMs = 100);
 
   // Sends to the host; true when every byte went.
   bool Write(std::span<const uint8_t> bytes);
