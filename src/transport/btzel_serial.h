@@ -10,7 +10,8 @@
 namespace qrx {
 
 // The five read/write time-out words of a COM port, in the order the COM
-// driver keeps them. All in milliseconds.
+// driver keeps them. All in milliseconds. Only the read words shape I/O here:
+// a write blocks until the device has taken every byte.
 struct CommTimeouts {
   uint32_t readInterval = 0;
   uint32_t readTotalMultiplier = 0;

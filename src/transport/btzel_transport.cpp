@@ -67,6 +67,7 @@ constexpr uint32_t kExitManfModeSettleMs = 50;
 // Bytes read before the length of a packet is known: type, then up to the length byte of an event.
 constexpr uint32_t kHeaderReadLength = 3;
 
+// The "recieve" in the callers' texts is the product's own spelling (intended).
 void ReportManfModeAnswer(const std::array<uint8_t, kReceiveCopyCapacity>& answer,
                           const char* failure) {
   for (size_t i = 0; i < kManfModeAnswer.size(); ++i) {
@@ -231,6 +232,7 @@ int32_t BTZELTransport::SwitchBaudRate(uint8_t rateCode, uint32_t bitsPerSecond,
 
   int32_t written = 0;
   if (useCode != 0) {
+    // Five columns short of the other step lines (intended).
     ConsolePrintf("CMD: Set Baud Rate (0x%.2x)           ", rateCode);
     std::array<uint8_t, kSetBaudRateTemplate.size()> command = kSetBaudRateTemplate;
     command[kSetBaudRateCodeIndex] = rateCode;

@@ -16,6 +16,8 @@ namespace qrx {
 // how many bytes are waiting for the host. The line rate the host sets on the
 // slave (termios2, BOTHER, any value) is reported unchanged through the
 // master: a pseudo-terminal keeps c_ospeed as given and moves bytes at once.
+// A purge by the host (TCIOFLUSH on the slave) drops what waits for the host
+// but not what the host already sent; RTS ioctls fail on a pseudo-terminal.
 class PtyPeer {
  public:
   PtyPeer();
