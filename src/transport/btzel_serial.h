@@ -48,7 +48,7 @@ class BTZELSERIAL final : public IBluetoothConnection {
   int32_t WriteHciCommand(const uint8_t* command, uint32_t length) override;
   // 0 when at least one byte came, -1 when none did or an argument is null.
   // The time-out words decide how long it waits, never timeoutMs: no read is
-  // ever left pending, so the design's 258 (wait timed out) does not occur.
+  // ever left pending, so 258 (wait timed out) does not occur here.
   int32_t ReadBytes(uint8_t* destination, uint32_t* bytesRead, void* overlapped, void* waitEvent,
                     uint32_t count, uint32_t timeoutMs) override;
   int32_t GetPacketLength(const uint8_t* packet, uint8_t type, uint32_t* headerLength,

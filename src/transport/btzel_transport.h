@@ -45,9 +45,9 @@ class BTZELTransport final : public IBtHciAPI {
   int32_t fillCount_ = 0;
   int32_t ownsConnection_ = 0;
   std::array<uint8_t, kReceiveBufferSize> receiveBuffer_{};
-  int32_t reservedMinusOne_ = -1;  // set and never read, as designed
+  int32_t reservedMinusOne_ = -1;  // set and never read (intended)
   void* waitEvent_ = nullptr;
-  int32_t reservedZero_ = 0;  // set and never read, as designed
+  int32_t reservedZero_ = 0;  // set and never read (intended)
   // The connection is created here and deleted as what it is.
   std::unique_ptr<BTZELSERIAL> serial_;
 };
