@@ -48,7 +48,9 @@ static_assert(sizeof(kStepManufacturerModeEvent) == 42);
 using CommandBuffer = std::array<uint8_t, kCommandBufferSize>;
 using EventBuffer = std::array<uint8_t, kEventBufferSize>;
 
-unsigned long AsUnsignedLong(uint32_t value) { return static_cast<unsigned long>(value); }
+unsigned long AsUnsignedLong(uint32_t value) {
+  return static_cast<unsigned long>(value);
+}
 
 FwLibStatus NextCommand(FwLibContext* context, CommandBuffer& command, uint32_t capacity,
                         uint32_t* length) {
@@ -168,8 +170,8 @@ FwLibStatus CheckRecordedAnswer(uint8_t opcodeLow) {
   if (code == kEventVendor) {
     if (event[kEventFirstParamIndex] != kVendorAnswerEventId ||
         event[kVendorEventStatusIndex] != 0) {
-      ConsolePrintf("HCI Event failed! evtID=0x%02x, status=0x%02x\n",
-                    event[kEventFirstParamIndex], event[kVendorEventStatusIndex]);
+      ConsolePrintf("HCI Event failed! evtID=0x%02x, status=0x%02x\n", event[kEventFirstParamIndex],
+                    event[kVendorEventStatusIndex]);
       return kFwLibInvalidEvent;
     }
     return kFwLibSuccess;
