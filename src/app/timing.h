@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace qrx {
@@ -36,5 +37,10 @@ void StopTimer(RunTimer timer);
 
 // Prints the table on standard error; the first three rows only over UART.
 void PrintTimingReport(int32_t interface);
+
+// The table from accumulated values alone: the total is timer 0's value and
+// the frequency (ticks per second) turns ticks into seconds. PrintTimingReport
+// stops the total and reads the frequency, then prints through this.
+void PrintTimingTable(const RunTimers& timers, int32_t interface, double frequency);
 
 }  // namespace qrx

@@ -18,4 +18,16 @@ bool ReadSocketEvent(uint8_t* destination, uint32_t capacity, uint32_t* received
                      uint32_t timeoutMs);
 void CloseServerConnection();
 
+// Not called by the run itself; the receive above reuses the first and the last.
+// The H4 packet length rule for a type (1 command, 2 ACL, 3 SCO, 4 event):
+// header length after the type byte, parameter length, whole packet length.
+// false for a null argument or any other type.
+bool GetTcpPacketLength(const uint8_t* packet, uint8_t type, uint32_t* headerLength,
+                        uint32_t* paramLength, uint32_t* totalLength);
+// One server message without reassembly: its bytes after the 4-byte prefix.
+bool ReceiveSocketMessage(uint8_t* destination, uint32_t capacity, uint32_t* receivedLength,
+                          uint32_t timeoutMs);
+// Sends up to 24 bytes as they are: the count sent, or -1.
+int32_t SendSocketRaw(const uint8_t* bytes, uint32_t length);
+
 }  // namespace qrx

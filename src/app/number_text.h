@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+
+namespace qrx {
+
+// Signed decimal: leading white space, optional sign, digits up to the first
+// non-digit; 0 when there are none or the text is absent. Values beyond the
+// 32-bit range saturate instead of wrapping.
+int32_t ParseDecimal(const char* text);
+
+// Unsigned 32-bit number whose base follows its prefix: 0x/0X hexadecimal, a
+// leading 0 octal, else decimal. Conversion stops at the first character that
+// does not fit the base; a leading minus negates modulo 2^32; a value beyond
+// 32 bits gives 0xFFFFFFFF.
+uint32_t ParseUnsignedAutoBase(const char* text);
+
+}  // namespace qrx

@@ -1,0 +1,79 @@
+#include "app/timing.h"
+
+#include <array>
+
+#include "app/options.h"
+#include "platform/clock.h"
+#include "platform/console.h"
+
+namespace qrx {
+
+RunTimers g_runTimers;
+
+namespace {
+
+struct TimingRow {
+  const char* format;  // share in percent, then seconds
+  RunTimer timer;
+  bool uartOnly;
+};
+
+// "Other" and "Total" follow these rows; they are computed, not timed.
+constexpr std::array<TimingRow, 7> kTimedRows = {{
+    {"Switch Baudrate:          %10f %10f\n", RunTimer::kSwitchBaudrate, true},
+    {"Windows COM Write:        %10f %10f\n", RunTimer::kComWrite, true},
+    {"Windows COM Read:         %10f %10f\n", RunTimer::kComRead, true},
+    {"Patch Lib (Init):         %10f %10f\n", RunTimer::kPatchLibInit, false},
+    {"Patch Lib (Get Next):     %10f %10f\n", RunTimer::kPatchLibGetNext, false},
+    {"Patch Lib (Process Last): %10f %10f\n", RunTimer::kPatchLibProcessLast, false},
+    {"Initialization:           %10f %10f\n", RunTimer::kInitialization, false},
+}};
+
+TimerSlot& Slot(RunTimer timer) {
+  return g_runTimers.timers[static_cast<size_t>(timer)];
+}
+
+double Accumulated(const RunTimers& timers, RunTimer timer) {
+  return timers.timers[static_cast<size_t>(timer)].accumulated;
+}
+
+}  // namespace
+
+void StartTimer(RunTimer timer) {
+  TimerSlot& slot = Slot(timer);
+  slot.start = 0;
+  slot.start = PerformanceCounter();
+}
+
+void StopTimer(RunTimer timer) {
+  g_runTimers.now = PerformanceCounter();
+  TimerSlot& slot = Slot(timer);
+  slot.accumulated += static_cast<double>(g_runTimers.now - slot.start);
+}
+
+void PrintTimingTable(const RunTimers& timers, int32_t interface, double frequency) {
+  const double total = Accumulated(timers, RunTimer::kTotal);
+  // Every timed row is taken out of "Other", also the ones not shown over TCP/IP.
+  double other = total;
+  for (const TimingRow& row : kTimedRows) other -= Accumulated(timers, row.timer);
+
+  // A zero total divides by zero; whatever the platform prints for it is shown.
+  auto print = [&](const char* format, double value) {
+    ConsolePrintf(format, value / total * 100.0, value / frequency);
+  };
+  ConsolePrintf("Task                      %%Time        Time(Sec)\n");
+  for (const TimingRow& row : kTimedRows) {
+    if (row.uartOnly && interface != kInterfaceUart) continue;
+    print(row.format, Accumulated(timers, row.timer));
+  }
+  print("Other:                    %10f %10f\n", other);
+  print("Total:                    %10f %10f\n", total);
+}
+
+void PrintTimingReport(int32_t interface) {
+  StopTimer(RunTimer::kTotal);
+  const auto frequency = static_cast<double>(PerformanceFrequency());
+  PrintTimingTable(g_runTimers, interface, frequency);
+}
+
+}  // namespace qrx

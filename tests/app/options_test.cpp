@@ -1,0 +1,236 @@
+#include "app/options.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "hci/vendor_commands.h"
+#include "platform/byte_order.h"
+#include "platform/console.h"
+
+namespace qrx {
+namespace {
+
+const std::string kCustom =
+    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
+const std::string kBseqRefused = "BSEQ Firmware download with DDC CCE enabled is not allowed!!\n\n";
+
+const std::string kUsage =
+    "qrxbpl.exe - qRX Patch Loader (build Sat Apr 11 16:19:37 2020)\n"
+    "Usage: qrxbpl.exe (-i <interface>) (-p <portname>) [-h <host interface>]\n"
+    "                  [-b <boot_address>] [-t <read_timeout>] [-f <flag>] [-nocc] [-fw <path>]\n"
+    "                  (-r <hci_baudrate>[-bd])\n"
+    "\n"
+    "-p: Name of COM/TCP port when using UART/TCP Interface. Default port for TCP.\n"
+    "-r: Supported Baudrates,\n"
+    "\tFPGA -\n"
+    "\t\t9600, 19200, 38400, 57600\n"
+    "\t\t115200, 230400, 460800,\n"
+    "\t\t921600, 1843200, 3250000, 3000000\n"
+    "\n"
+    "\tASIC -\n"
+    "\t\t9600, 19200, 38400, 2000000\n"
+    "\t\t3000000, 3250000, 3714286, 4333333, 6500000\n"
+    "-i: Interface selection 2: UART 3: TCP/IP\n"
+    "-h: Host inteface selection 1: FPGA 2: ASIC\n"
+    "-b: boot address for Norix Reset command,\n"
+    "\tLegacy - \n"
+    "\t\t0x24800\n"
+    "\n"
+    "\tVelm and newer - \n"
+    "\t\t0x100800\n"
+    "-bd: this is a flag to enable downloading the bddata (no value required)\n"
+    "-t: Read timeout. Default 1000ms. Set a value 0 to disable timeout\n"
+    "-f: flags which modify program behavior: 1 = SKIP_RESET (Skip final reset)\n"
+    "-v: verbose output on terminal & creates the C:\\TEMP>LogHci_qrxbpl.log dump\n"
+    "-a: Virtual Platform Server's IP address\n"
+    "-fw: Firmware file path (FWDAT/SFI/BSEQ)\n"
+    "-nocc: Disable Command complete event during FW downloading (DDC CCE Block)\n"
+    "*******************************************************************************\n"
+    "\n"
+    "\n"
+    "Sample uses: \n"
+    "\n"
+    "UART on FPGA: qrxbpl.exe -i 2 -h 1 -p COM3 -r 115200 -b 0x24800\n"
+    "UART on FPGA w/ SFI: qrxbpl.exe -i 2 -h 1 -p COM3 -r 115200 -b 0x24800 -fw "
+    "370b1206000234e00.sfi\n"
+    "UART on FPGA w/ FWDAT: qrxbpl.exe -i 2 -h 1 -p COM3 -r 115200 -b 0x24800 -fw qrxfw.dat\n"
+    "UART on ASIC: qrxbpl.exe -i 2 -h 2 -p COM3 -r 3000000 -b 0x24800\n"
+    "UART on ASIC w/ SFI: qrxbpl.exe -i 2 -h 2 -p COM3 -r 3000000 -b 0x24800 -fw "
+    "370b1206000234e00.sfi\n"
+    "UART on ASIC w/ FWDAT: qrxbpl.exe -i 2 -h 2 -p COM3 -r 3000000 -b 0x24800 -fw qrxfw.dat\n"
+    "UART with CCE enabled w/ FWDAT: qrxbpl.exe -i 2 -h 2 -nocc -p COM3 -r 3000000 -b 0x24800 -fw "
+    "qrxfw.dat\n"
+    "TCP/IP : qrxbpl.exe -i 3 -a 127.0.0.1\n"
+    "TCP/IP : qrxbpl.exe -i 3 -a 127.0.0.1 -p 12345 \n";
+
+// The fields that differ from a fresh record, plus the reset template's boot
+// address when it moved, as "key=value" items in field order.
+std::string Changed(const RunOptions& o) {
+  const RunOptions d;
+  std::string out;
+  auto add = [&out](const char* key, const auto& now, const auto& was) {
+    if (now != was) out += (out.empty() ? "" : " ") + std::string(key) + "=" + now;
+  };
+  auto num = [](auto v) { return std::to_string(v); };
+  auto text = [](const char* p) { return p == nullptr ? std::string("-") : std::string(p); };
+  add("i", num(o.interface), num(d.interface));
+  add("h", num(o.hostInterface), num(d.hostInterface));
+  add("p", text(o.portName), text(d.portName));
+  add("a", text(o.serverAddress.data()), text(d.serverAddress.data()));
+  add("b", num(o.bootAddressGiven), num(d.bootAddressGiven));
+  add("t", num(o.readTimeoutMs), num(d.readTimeoutMs));
+  add("f", num(o.skipReset), num(d.skipReset));
+  add("bd", num(o.downloadBdData), num(d.downloadBdData));
+  add("change", num(o.changeBaudRate), num(d.changeBaudRate));
+  add("code", num(o.baudRateCode), num(d.baudRateCode));
+  add("rate", num(o.baudRate), num(d.baudRate));
+  add("unlisted", num(o.baudRateUnlisted), num(d.baudRateUnlisted));
+  add("v", num(o.verbose), num(d.verbose));
+  add("fw", text(o.firmwarePath), text(d.firmwarePath));
+  add("nocc", num(o.noCommandComplete), num(d.noCommandComplete));
+  add("boot", num(ReadLe32(g_bootAddressResetTemplate, kResetBootAddressIndex)),
+      num(kInitialBootAddress));
+  return out;
+}
+
+struct Parsed {
+  bool ok;
+  std::string console;
+  std::string fields;
+};
+
+// Parses from fresh state; the argument list has no terminator after it, so
+// a scan that runs past its end is caught by the address sanitizer.
+Parsed Parse(std::vector<const char*> args) {
+  g_runOptions = RunOptions{};
+  RestoreResetTemplate();
+  args.insert(args.begin(), "qrxbpl.exe");
+  ConsoleCapture console;
+  const bool ok = ParseCommandLine(static_cast<int>(args.size()), args.data());
+  return {ok, console.Err(), Changed(g_runOptions)};
+}
+
+struct OptionsCase {
+  std::vector<const char*> args;
+  bool ok;
+  std::string console;
+  std::string fields;
+};
+
+const std::string kLongAddress(1023, 'a');
+const std::string kTooLongAddress(1024, 'a');
+
+// clang-format off
+const std::vector<OptionsCase> kCases = {
+    {{}, false, "Invalid number of arguments\n\n" + kUsage, ""},
+    {{"-i"}, false, "Invalid number of arguments\n\n" + kUsage, ""},
+    {{"-p", "COM3", "-i", "2"}, false, "'-i' is required as the first argument, please provide it.\n\n", ""},
+    {{"-I", "2"}, false, "'-i' is required as the first argument, please provide it.\n\n", ""},
+    {{"-i", "4"}, false, "Invalid Interface, recheck value passed to -i\n\n", "i=4"},
+    {{"-i", "TCP"}, false, "Invalid Interface, recheck value passed to -i\n\n", ""},
+    {{"-i", "2"}, true, kCustom, "i=2"},
+    {{"-i", " +3xyz", "stray", "-x"}, true, kCustom, "i=3"},
+    {{"-i", "2", "-h", "2", "-r", "3000000"}, true, kCustom, "i=2 h=2 change=1 code=11 rate=3000000"},
+    {{"-i", "2", "-r", "3000000", "-h", "2"}, true, kCustom, "i=2 h=2 change=1 code=10 rate=3000000"},
+    {{"-i", "2", "-h", "2", "-r", "3000000", "-r", "115200"}, true, kCustom,
+     "i=2 h=2 rate=115200 unlisted=1"},
+    {{"-i", "2", "-r", "115200"}, true, kCustom, "i=2 rate=115200"},
+    {{"-i", "2", "-h", "2", "-r", "6000000"}, true, kCustom, "i=2 h=2 change=1 rate=6000000"},
+    {{"-i", "2", "-h", "2", "-r", "3000000", "-r", "6000000"}, true, kCustom,
+     "i=2 h=2 change=1 code=11 rate=6000000"},
+    {{"-i", "2", "-h", "2", "-r", "9600", "-r", "115200", "-r", "921600"}, true, kCustom,
+     "i=2 h=2 change=1 code=7 rate=921600 unlisted=1"},
+    {{"-i", "2", "-r", "-1"}, true, kCustom, "i=2 change=1 rate=4294967295"},
+    {{"-i", "2", "-b", "0x100800"}, true, "Reset[8] = 0 Reset[9] = 8 Reset[10] = 16 Reset[11] = 0 \n" + kCustom,
+     "i=2 b=1 boot=1050624"},
+    {{"-i", "2", "-b", "0100", "-b", "0X24800"}, true,
+     "Reset[8] = 64 Reset[9] = 0 Reset[10] = 0 Reset[11] = 0 \n"
+     "Reset[8] = 0 Reset[9] = 72 Reset[10] = 2 Reset[11] = 0 \n" + kCustom, "i=2 b=1 boot=149504"},
+    {{"-i", "2", "-b", "4294967296"}, true, "Reset[8] = 255 Reset[9] = 255 Reset[10] = 255 Reset[11] = 255 \n" + kCustom,
+     "i=2 b=1 boot=4294967295"},
+    {{"-i", "2", "-t", "99999999999", "-f", "1", "-v", "-bd"}, true, kCustom, "i=2 t=2147483647 f=1 bd=1 v=1"},
+    {{"-i", "2", "-t", "-5000"}, true, kCustom, "i=2 t=-5000"},
+    {{"-i", "2", "-f", "2", "-v"}, false, "Invalid input, no value passed to '-f'\n\n" + kCustom, "i=2"},
+    {{"-i", "2", "-p", "COM3", "-f"}, true, kCustom, "i=2 p=COM3"},
+    {{"-i", "2", "-NOCC", "-BD"}, true, kCustom, "i=2 nocc=1"},
+    {{"-i", "2", "-NoCc", "-fw", "x.bseq", "-bd"}, false, kBseqRefused, "i=2 bd=1 fw=x.bseq nocc=1"},
+    {{"-i", "2", "-bd", "-nocc"}, false, kCustom + kBseqRefused, "i=2 bd=1 nocc=1"},
+    {{"-i", "2", "-h", "3", "-nocc", "-bd"}, false,
+     "Invalid host interface, recheck value passed to '-h'\n\n" + kCustom, "i=2 h=3"},
+    {{"-i", "2", "-fw", "a.sfi", "-h", "0"}, false, "Invalid host interface, recheck value passed to '-h'\n\n",
+     "i=2 h=0 fw=a.sfi"},
+    // A value spelled like a later option of the chain also counts as that option.
+    {{"-i", "2", "-p", "-v"}, true, kCustom, "i=2 p=-v v=1"},
+    {{"-i", "3", "-a", "-p", "12345"}, true, kCustom, "i=3 p=12345 a=-p"},
+    {{"-i", "2", "-fw", "-nocc", "-bd"}, false, kBseqRefused, "i=2 bd=1 fw=-nocc nocc=1"},
+    {{"-i", "2", "-r", "-h", "2"}, true, kCustom, "i=2 change=1"},
+    {{"-i", "2", "-h", "-r", "3000000"}, false, "Invalid host interface, recheck value passed to '-h'\n\n" + kCustom,
+     "i=2 h=0"},
+    {{"-i", "3", "-a", kLongAddress.c_str(), "-p", "1"}, true, kCustom, "i=3 p=1 a=" + kLongAddress},
+    {{"-i", "3", "-a", kTooLongAddress.c_str(), "-p", "1"}, false, kCustom, "i=3"},
+    {{"-i", "2", "-h"}, false, "Invalid host interface, no value passed to '-h'\n\n" + kCustom, "i=2"},
+    {{"-i", "3", "-a"}, false, "Invalid IP address, no value passed to '-a'\n\n" + kCustom, "i=3"},
+    {{"-i", "2", "-p"}, false, "Invalid port name, no value passed to '-p'\n\n" + kCustom, "i=2"},
+    {{"-i", "2", "-b"}, false, "Invalid boot address, no value passed to '-b'\n\n" + kCustom, "i=2"},
+    {{"-i", "2", "-t"}, false, "Invalid time out value, no value passed to '-t'\n\n" + kCustom, "i=2"},
+    {{"-i", "2", "-r"}, false, "Invalid input, no value passed to '-r'\n\n" + kCustom, "i=2"},
+    {{"-i", "2", "-fw"}, false, "Invalid input, no value passed to '-fw'\n\n" + kCustom, "i=2"},
+    {{"-i", "2", "-h", "2", "-nocc", "-p", "COM3", "-r", "3000000", "-b", "0x24800", "-fw", "qrxfw.dat"}, true,
+     "Reset[8] = 0 Reset[9] = 72 Reset[10] = 2 Reset[11] = 0 \n",
+     "i=2 h=2 p=COM3 b=1 change=1 code=11 rate=3000000 fw=qrxfw.dat nocc=1 boot=149504"},
+};
+// clang-format on
+
+TEST(ParseCommandLine, PrintsAndStoresExactlyWhatEachArgumentListCallsFor) {
+  for (const OptionsCase& c : kCases) {
+    std::string line;
+    for (const char* arg : c.args) line += std::string(arg).substr(0, 40) + " ";
+    SCOPED_TRACE(line);
+    const Parsed parsed = Parse(c.args);
+    EXPECT_EQ(parsed.ok, c.ok);
+    EXPECT_EQ(parsed.console, c.console);
+    EXPECT_EQ(parsed.fields, c.fields);
+  }
+}
+
+struct RateCase {
+  const char* hostInterface;
+  const char* rate;
+  uint8_t code;  // 0xEE: the code as it was before -r
+  bool unlisted;
+};
+
+// clang-format off
+const std::vector<RateCase> kRates = {
+    {"1", "230400", 5, false}, {"1", "460800", 6, false}, {"1", "921600", 7, false},
+    {"1", "1843200", 8, false}, {"1", "3250000", 9, false}, {"1", "3000000", 10, false},
+    {"1", "2000000", 4, false}, {"1", "6500000", 4, false}, {"1", "9600", 4, false},
+    {"2", "230400", 5, false}, {"2", "460800", 6, false}, {"2", "921600", 7, false},
+    {"2", "1843200", 8, false}, {"2", "2000000", 10, false}, {"2", "3000000", 11, false},
+    {"2", "3250000", 9, false}, {"2", "3686400", 12, false}, {"2", "3714286", 12, false},
+    {"2", "4333333", 13, false}, {"2", "6500000", 14, false}, {"2", "6000000", 0xEE, false},
+    {"2", "57600", 4, true}, {"2", "fast", 4, true},
+};
+// clang-format on
+
+TEST(RateTables, ParserAndStandAloneMappingsAgreeWithTheTables) {
+  for (const RateCase& c : kRates) {
+    SCOPED_TRACE(std::string(c.hostInterface) + " " + c.rate);
+    uint32_t rate = 1;
+    uint8_t code = 0xEE;
+    EXPECT_TRUE(
+        (c.hostInterface[0] == '1' ? MapFpgaBaudRate : MapAsicBaudRate)(c.rate, &rate, &code));
+    EXPECT_EQ(code, c.code);
+    EXPECT_EQ(rate, static_cast<uint32_t>(std::atoi(c.rate)));
+
+    Parse({"-i", "2", "-h", c.hostInterface, "-r", c.rate});
+    EXPECT_EQ(g_runOptions.baudRateCode, c.code == 0xEE ? kDefaultBaudRateCode : c.code);
+    EXPECT_EQ(g_runOptions.baudRateUnlisted, c.unlisted);
+  }
+}
+
+}  // namespace
+}  // namespace qrx
