@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <span>
 #include <string>
 
@@ -310,6 +311,37 @@ TEST(BseqIterator, MalformedRecordsAndShortBuffers) {
                       : c.expected == kFwLibImageExhausted ? c.capacity
                                                            : 0u);
     EXPECT_EQ(ctx.Offset(), c.offsetAfter);
+  }
+}
+
+// Damaged images, walked by every iterator: each walk ends in a status, every
+// command fits its buffer, and (under the sanitizers) nothing is read outside
+// the image. Every cut of each image is tried, then random damage.
+TEST(Iterators, DamagedImagesEndInAStatus) {
+  const std::vector<std::vector<uint8_t>> sources = {
+      fwimage::BuildSfiImage(Spec(700)), fwimage::BuildTwoBlockImage(Spec(700), true),
+      fwimage::BuildBseqImage(fwimage::SampleBseqCommands(8, 3), true)};
+  const auto walkEveryWay = [](const std::vector<uint8_t>& image, uint8_t scheme) {
+    for (uint8_t mode = 0; mode < 4; ++mode) {
+      ImageContext ctx(image, mode % 2, mode / 2, scheme);
+      const Walk walk = WalkAll(ctx.context, GetNextCommand, 255);
+      ASSERT_NE(walk.end, kFwLibSuccess);
+      ASSERT_LE(ctx.Offset(), image.size());
+      for (const Command& c : walk.commands) ASSERT_LE(c.size(), 255u);
+    }
+  };
+  for (const auto& source : sources) {
+    for (size_t cut = 0; cut <= source.size(); ++cut) {
+      walkEveryWay({source.begin(), source.begin() + cut}, cut % 2);
+    }
+  }
+  std::mt19937 random(7);
+  for (int round = 0; round < 300; ++round) {
+    auto image = sources[round % sources.size()];
+    for (int flips = 1 + random() % 4; flips > 0; --flips) {
+      image[random() % image.size()] = static_cast<uint8_t>(random());
+    }
+    walkEveryWay(image, static_cast<uint8_t>(round % 3));
   }
 }
 
