@@ -18,6 +18,8 @@ void SetResetBootAddress(uint32_t address) {
   WriteLe32(g_bootAddressResetTemplate, kResetBootAddressIndex, address);
 }
 
-void RestoreResetTemplate() { g_bootAddressResetTemplate = kInitialBootAddressResetTemplate; }
+void RestoreResetTemplate() {
+  g_bootAddressResetTemplate = kInitialBootAddressResetTemplate;
+}
 
 }  // namespace qrx

@@ -16,7 +16,9 @@ int64_t PerformanceCounter() {
   return static_cast<int64_t>(now.tv_sec) * kNanosecondsPerSecond + now.tv_nsec;
 }
 
-int64_t PerformanceFrequency() { return kNanosecondsPerSecond; }
+int64_t PerformanceFrequency() {
+  return kNanosecondsPerSecond;
+}
 
 void SleepMilliseconds(uint32_t milliseconds) {
   timespec rest{static_cast<time_t>(milliseconds / 1000),

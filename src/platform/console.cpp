@@ -23,8 +23,12 @@ struct ConsoleSinkAccess {
 };
 ConsoleCapture* ConsoleSinkAccess::active = nullptr;
 
-ConsoleCapture::ConsoleCapture() { ConsoleSinkAccess::active = this; }
-ConsoleCapture::~ConsoleCapture() { ConsoleSinkAccess::active = nullptr; }
+ConsoleCapture::ConsoleCapture() {
+  ConsoleSinkAccess::active = this;
+}
+ConsoleCapture::~ConsoleCapture() {
+  ConsoleSinkAccess::active = nullptr;
+}
 
 void ConsolePrintf(const char* format, ...) {
   va_list args;

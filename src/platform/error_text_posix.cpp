@@ -6,8 +6,12 @@
 
 namespace qrx {
 
-int LastPlatformError() { return errno; }
+int LastPlatformError() {
+  return errno;
+}
 
-void PrintSystemErrorText() { ConsolePrintf("%s\n", std::strerror(errno)); }
+void PrintSystemErrorText() {
+  ConsolePrintf("%s\n", std::strerror(errno));
+}
 
 }  // namespace qrx

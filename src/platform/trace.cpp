@@ -34,7 +34,9 @@ void TraceProviderUnregister() {
   g_trace = TraceState{};
 }
 
-bool TraceEnabled(int level) { return g_trace.file != nullptr && level <= g_trace.level; }
+bool TraceEnabled(int level) {
+  return g_trace.file != nullptr && level <= g_trace.level;
+}
 
 void TraceRecord(int level, const char* tag, const char* format, ...) {
   if (!TraceEnabled(level)) return;

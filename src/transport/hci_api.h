@@ -14,8 +14,8 @@ class IBtHciAPI {
   virtual int8_t Open(int32_t portNumber) = 0;
   virtual void Close() = 0;
   virtual void SetLocalBaudRate(uint32_t bitsPerSecond) = 0;
-  virtual int32_t SwitchBaudRate(uint8_t rateCode, uint32_t bitsPerSecond,
-                                 uint8_t manufacturerMode, uint8_t useCode) = 0;
+  virtual int32_t SwitchBaudRate(uint8_t rateCode, uint32_t bitsPerSecond, uint8_t manufacturerMode,
+                                 uint8_t useCode) = 0;
 };
 
 }  // namespace qrx

@@ -1,8 +1,9 @@
+#include "image/fw_image.h"
+
 #include <gtest/gtest.h>
 
 #include <string_view>
 
-#include "image/fw_image.h"
 #include "platform/byte_order.h"
 
 namespace qrx::fwimage {
@@ -75,9 +76,9 @@ TEST(FwImage, ChecksumIsTheUsualCrc32) {
 TEST(FwImage, BseqRecordsFollowEachCommandWithItsEvents) {
   const std::vector<BseqCommand> commands = {{0xFC8E, {0xAA}}, {0xFC2F, {}}};
   EXPECT_EQ(BuildBseqImage(commands, true),
-            (std::vector<uint8_t>{0x01, 0x8E, 0xFC, 0x01, 0xAA, 0x02, 0x0E, 0x04, 0x01, 0x8E, 0xFC,
-                                  0x00, 0x01, 0x2F, 0xFC, 0x00, 0x02, 0x0E, 0x04, 0x01, 0x2F, 0xFC,
-                                  0x00, 0x02, 0xFF, 0x02, 0x19, 0x00}));
+            (std::vector<uint8_t>{0x01, 0x8E, 0xFC, 0x01, 0xAA, 0x02, 0x0E, 0x04, 0x01, 0x8E,
+                                  0xFC, 0x00, 0x01, 0x2F, 0xFC, 0x00, 0x02, 0x0E, 0x04, 0x01,
+                                  0x2F, 0xFC, 0x00, 0x02, 0xFF, 0x02, 0x19, 0x00}));
   EXPECT_EQ(BuildBseqImage(commands, false),
             (std::vector<uint8_t>{0x01, 0x8E, 0xFC, 0x01, 0xAA, 0x01, 0x2F, 0xFC, 0x00}));
 }
@@ -85,9 +86,18 @@ TEST(FwImage, BseqRecordsFollowEachCommandWithItsEvents) {
 TEST(FwImage, FwdatDirectoryPointsAtItsImages) {
   const std::array<uint8_t, 2> leading = {0x37, 0x10};
   std::vector<FwdatEntrySpec> entries(2);
-  entries[0] = {.kindByte = 0x09, .reserved = 0x7E, .matchKey = MatchKey(leading), .image = {1, 2, 3}};
-  entries[1] = {.kindByte = 0, .image = {4, 5}, .offset = 100, .size = 50};
-  const auto file = BuildFwdat(entries, {.entryCount = 7, .gapAfterDirectory = 5});
+  entries[0].kindByte = 0x09;
+  entries[0].reserved = 0x7E;
+  entries[0].matchKey = MatchKey(leading);
+  entries[0].image = {1, 2, 3};
+  entries[1].kindByte = 0;
+  entries[1].image = {4, 5};
+  entries[1].offset = 100;
+  entries[1].size = 50;
+  FwdatSpec spec;
+  spec.entryCount = 7;
+  spec.gapAfterDirectory = 5;
+  const auto file = BuildFwdat(entries, spec);
 
   EXPECT_EQ(ReadLe16(file, 0), kFwdatMagic);
   EXPECT_EQ(file[2], kFwdatFormat);

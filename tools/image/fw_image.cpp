@@ -175,8 +175,7 @@ std::vector<BseqCommand> SampleBseqCommands(uint32_t count, uint32_t seed) {
   // Mostly memory writes of varied length, now and then a command that the
   // controller confirms with a vendor event as well, and one of the longest
   // possible length.
-  constexpr std::array<uint16_t, 4> kOpcodes = {kBodyWriteOpcode, kBodyWriteOpcode, 0xFC2F,
-                                                0xFC8B};
+  constexpr std::array<uint16_t, 4> kOpcodes = {kBodyWriteOpcode, kBodyWriteOpcode, 0xFC2F, 0xFC8B};
   Filler filler(seed);
   std::vector<BseqCommand> commands(count);
   for (uint32_t i = 0; i < count; ++i) {

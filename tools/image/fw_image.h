@@ -19,7 +19,8 @@ constexpr size_t kHeaderSize = 128;
 constexpr size_t kFirstKeySize = 256;
 constexpr size_t kKeyFieldSize = 4;  // follows the key; never sent
 constexpr size_t kFirstSignatureSize = 256;
-constexpr size_t kFirstBlockSize = kHeaderSize + kFirstKeySize + kKeyFieldSize + kFirstSignatureSize;
+constexpr size_t kFirstBlockSize =
+    kHeaderSize + kFirstKeySize + kKeyFieldSize + kFirstSignatureSize;
 constexpr size_t kSecondKeySize = 96;
 constexpr size_t kSecondSignatureSize = 96;
 constexpr size_t kSecondBlockSize = kHeaderSize + kSecondKeySize + kSecondSignatureSize;
@@ -109,7 +110,8 @@ struct FwdatSpec {
   uint32_t gapAfterDirectory = 0;     // filler bytes before the first image
 };
 
-std::vector<uint8_t> BuildFwdat(std::span<const FwdatEntrySpec> entries, const FwdatSpec& spec = {});
+std::vector<uint8_t> BuildFwdat(std::span<const FwdatEntrySpec> entries,
+                                const FwdatSpec& spec = {});
 
 // Match key from leading bytes (the rest zero); at most 13 are used.
 std::array<uint8_t, kFwdatMatchKeySize> MatchKey(std::span<const uint8_t> leading);
