@@ -6,6 +6,7 @@
 #include "app/timing.h"
 #include "fwlib/fragment_iterators.h"
 #include "hci/hci_exchange.h"
+#include "hci/step_lines.h"
 #include "hci/vendor_commands.h"
 #include "platform/console.h"
 
@@ -36,14 +37,6 @@ constexpr uint8_t kResetBitFirst = 0x01;
 
 constexpr std::array<uint8_t, kManufacturerModeCommandSize> kInitialExitManufacturerMode = {
     kManufacturerModeOpcodeLow, kManufacturerModeOpcodeHigh, 0x02, 0x00, 0x00};
-
-// Step lines, each padded to the console's 41-character column.
-constexpr char kStepEnterManufacturerMode[] = "CMD: Enter Manufacturer Mode             ";
-constexpr char kStepExitManufacturerMode[] = "CMD: Exit Manufacturer Mode              ";
-constexpr char kStepManufacturerModeEvent[] = "EVT: CommandComplete <Manufacturer Mode> ";
-static_assert(sizeof(kStepEnterManufacturerMode) == 42);
-static_assert(sizeof(kStepExitManufacturerMode) == 42);
-static_assert(sizeof(kStepManufacturerModeEvent) == 42);
 
 using CommandBuffer = std::array<uint8_t, kCommandBufferSize>;
 using EventBuffer = std::array<uint8_t, kEventBufferSize>;
@@ -182,30 +175,30 @@ FwLibStatus CheckRecordedAnswer(uint8_t opcodeLow) {
 }
 
 // Sends one manufacturer-mode command and checks its Command Complete.
-int32_t ManufacturerModeStep(const char* stepLine,
+int32_t ManufacturerModeStep(StepName step,
                              const std::array<uint8_t, kManufacturerModeCommandSize>& command) {
-  ConsolePrintf("%s", stepLine);
+  PrintStepName(step);
   if (QRXBPLSendCommand(command.data(), kManufacturerModeCommandSize) == -1) {
-    ConsolePrintf("[FAIL] Send command failed\n");
+    PrintStepOutcome(StepOutcome::kSendFailed);
     return -1;
   }
-  ConsolePrintf("[OK]\n");
-  ConsolePrintf("%s", kStepManufacturerModeEvent);
+  PrintStepOutcome(StepOutcome::kOk);
+  PrintStepName(StepName::kManufacturerModeEvent);
   EventBuffer event{};
   uint32_t length = 0;
   const int32_t read = QRXBPLRecvCommand(event.data(), kEventBufferSize, &length, kEventTimeoutMs);
   if (read != 0) {
-    ConsolePrintf("[FAIL] Read event failed\n");
+    PrintStepOutcome(StepOutcome::kReadFailed);
     return read;
   }
   if (event[kEventCodeIndex] != kEventCommandComplete ||
       event[kEventOpcodeLowIndex] != kManufacturerModeOpcodeLow ||
       event[kEventOpcodeHighIndex] != kManufacturerModeOpcodeHigh ||
       event[kEventStatusIndex] != 0) {
-    ConsolePrintf("[FAIL] Event failed\n");
+    PrintStepOutcome(StepOutcome::kEventFailed);
     return -1;
   }
-  ConsolePrintf("[OK]\n");
+  PrintStepOutcome(StepOutcome::kOk);
   return 0;
 }
 
@@ -222,7 +215,7 @@ void RestoreExitManufacturerModeCommand() {
 }
 
 int32_t EnterManufacturerMode() {
-  return ManufacturerModeStep(kStepEnterManufacturerMode, kEnterManufacturerModeCommand);
+  return ManufacturerModeStep(StepName::kEnterManufacturerMode, kEnterManufacturerModeCommand);
 }
 
 int32_t ExitManufacturerMode(bool setResetBits, bool secondBit) {
@@ -231,7 +224,7 @@ int32_t ExitManufacturerMode(bool setResetBits, bool secondBit) {
     g_exitManufacturerModeCommand[kManufacturerModeResetIndex] |=
         secondBit ? kResetBitSecond : kResetBitFirst;
   }
-  return ManufacturerModeStep(kStepExitManufacturerMode, g_exitManufacturerModeCommand);
+  return ManufacturerModeStep(StepName::kExitManufacturerMode, g_exitManufacturerModeCommand);
 }
 
 FwLibStatus DownloadSignedWithEvents(FwLibContext* context) {
