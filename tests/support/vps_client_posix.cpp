@@ -27,7 +27,7 @@ void VpsClient::Close() {
   fd_ = -1;
 }
 
-bool VpsClient::Connect(uint16_t port) {
+bool VpsClient::Connect(uint16_t port, bool noDelay) {
   fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd_ < 0) return false;
   sockaddr_in addr{};
@@ -39,7 +39,7 @@ bool VpsClient::Connect(uint16_t port) {
     return false;
   }
   const int on = 1;
-  setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+  if (noDelay) setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
   return true;
 }
 

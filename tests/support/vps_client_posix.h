@@ -17,7 +17,8 @@ class VpsClient {
   VpsClient(const VpsClient&) = delete;
   VpsClient& operator=(const VpsClient&) = delete;
 
-  bool Connect(uint16_t port);
+  // noDelay false keeps Nagle's algorithm on, as the loader's own client does.
+  bool Connect(uint16_t port, bool noDelay = true);
   void Close();
 
   // The data frame for a command (opcode, length, parameters; 0x01 goes in front).
