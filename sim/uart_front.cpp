@@ -95,12 +95,18 @@ int ServeUart(PtyLine& line, const SessionSettings& settings, const std::atomic<
     const long count = line.Read(buffer);
     if (count <= 0) continue;  // the host went away; the next wait says so
     Hear(*controller, std::span<const uint8_t>(buffer.data(), count), line.HostRate());
-    const Sent sent = Deliver(line, *controller);
-    if (sent == Sent::kLineClosed) {
-      line.Close();
-      return 0;
+    switch (Deliver(line, *controller)) {
+      case Sent::kOk:
+        break;
+      case Sent::kLineClosed:
+        line.Close();
+        return 0;
+      case Sent::kFailed:
+        // The host closed the terminal before it heard the answer.
+        controller.reset();
+        if (settings.once) return 0;
+        break;
     }
-    if (sent == Sent::kFailed) controller.reset();
   }
   return 0;
 }

@@ -120,13 +120,13 @@ TEST(QrxvpsProcess, CloseFaultEndsTheConnectionAndTermStopsTheServer) {
 TEST(QrxvpsProcess, SfiDownloadOverPtyWithRateChange) {
   ScratchDir dir;
   ChildProcess sim;
-  const std::string line =
-      StartSim(sim, {"--pty", "--once", "--profile", "legacy-boot", "--log", dir.Path("log")});
+  const std::string line = StartSim(sim, {"--pty", "--once", "--profile", "legacy-boot", "--log",
+                                          dir.Path("log"), "--fault", "split/fc05"});
   ASSERT_EQ(line.substr(0, 18), "qrxvps: pty /dev/p");
   PtyHost host;
   ASSERT_TRUE(host.Open(line.substr(12), 115200));
 
-  host.SendCommand(kReadVersion);
+  host.SendCommand(kReadVersion);  // answered in three writes
   const auto version = host.ReadEvent(kWaitMs);
   ASSERT_TRUE(version);
   EXPECT_EQ(version->size(), 16u);
