@@ -13,16 +13,16 @@ bool VpsSession::OnClientBytes(std::span<const uint8_t> bytes, std::string* erro
     const std::span<const uint8_t> frame(inbox_.data() + at, inbox_.size() - at);
     const uint32_t type = ReadLe32(frame, 0);
     const uint32_t length = ReadLe32(frame, 4);
+    if (type != kFramePoll && type != kFrameData) {
+      *error = "frame of unknown type " + std::to_string(type);
+      return false;
+    }
     if (type == kFramePoll && length != kPollBodySize) {
       *error = "poll frame of length " + std::to_string(length);
       return false;
     }
     if (type == kFrameData && (length < kDataReservedSize || length > kMaxFrameBody)) {
       *error = "data frame of length " + std::to_string(length);
-      return false;
-    }
-    if (type != kFramePoll && type != kFrameData) {
-      *error = "frame of unknown type " + std::to_string(type);
       return false;
     }
     if (frame.size() < kFrameHeaderSize + length) break;

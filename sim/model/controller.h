@@ -1,10 +1,12 @@
 #pragma once
 
 // The simulated controller: it takes the host's H4 byte stream, answers each
-// HCI command as the real part does, and queues the packets it sends back.
+// HCI command the way the controller does, and queues the packets it sends back.
 // It does no I/O; the fronts (TCP server, pty UART) move the bytes and honour
 // the delivery marks that fault injection puts on outgoing packets.
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
