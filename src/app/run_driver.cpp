@@ -8,6 +8,7 @@
 #include "app/options.h"
 #include "app/orchestration.h"
 #include "app/timing.h"
+#include "fwlib/fwlib_context.h"
 #include "hci/hci_exchange.h"
 #include "hci/vendor_commands.h"
 #include "platform/console.h"
