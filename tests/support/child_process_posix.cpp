@@ -1,6 +1,7 @@
 #include "child_process_posix.h"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -10,6 +11,8 @@
 #include <cstdlib>
 #include <thread>
 #include <utility>
+
+extern char** environ;
 
 namespace qrx::test {
 
@@ -122,13 +125,99 @@ bool ChildProcess::Running() {
   return WaitExit(0) == -1 && !reaped_;
 }
 
-int RunProgram(const std::string& program, const std::vector<std::string>& args, std::string* out,
-               int timeoutMs) {
-  ChildProcess child;
-  if (!child.Start(program, args)) return -1;
-  std::string text = child.ReadAll(timeoutMs);
-  if (out) *out = std::move(text);
-  return child.WaitExit(timeoutMs);
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::vector<std::string> MergedEnvironment(const Environment& extra) {
+  std::vector<std::string> merged;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    bool overridden = false;
+    for (const auto& [name, value] : extra) overridden |= text.rfind(name + "=", 0) == 0;
+    if (!overridden) merged.push_back(text);
+  }
+  for (const auto& [name, value] : extra) merged.push_back(name + "=" + value);
+  return merged;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+int Spawn(const std::vector<std::string>& argv, const Environment& env, int outFd, int errFd) {
+  std::vector<std::string> args = argv;
+  std::vector<std::string> envTexts = MergedEnvironment(env);
+  std::vector<char*> argPointers = Pointers(args);
+  std::vector<char*> envPointers = Pointers(envTexts);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&actions, outFd, 1);
+  posix_spawn_file_actions_adddup2(&actions, errFd, 2);
+  pid_t pid = -1;
+  const int rc = posix_spawn(&pid, argPointers[0], &actions, nullptr, argPointers.data(),
+                             envPointers.data());
+  posix_spawn_file_actions_destroy(&actions);
+  return rc == 0 ? pid : -1;
+}
+
+int ExitStatusOf(int waitStatus) {
+  return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
+}
+
+}  // namespace
+
+ProcessResult RunProcess(const std::vector<std::string>& argv, const Environment& env,
+                         int timeoutMs) {
+  ProcessResult result;
+  int outPipe[2];
+  int errPipe[2];
+  if (pipe2(outPipe, O_CLOEXEC) != 0) return result;
+  if (pipe2(errPipe, O_CLOEXEC) != 0) {
+    close(outPipe[0]);
+    close(outPipe[1]);
+    return result;
+  }
+  const int pid = Spawn(argv, env, outPipe[1], errPipe[1]);
+  close(outPipe[1]);
+  close(errPipe[1]);
+
+  const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+  bool killed = false;
+  pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
+  std::string* sinks[2] = {&result.out, &result.err};
+  int openStreams = pid > 0 ? 2 : 0;
+  while (openStreams > 0) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0 && !killed) {
+      kill(pid, SIGKILL);
+      killed = true;
+    }
+    if (poll(fds, 2, killed ? 1000 : static_cast<int>(left.count())) <= 0 && killed) break;
+    for (int i = 0; i < 2; ++i) {
+      if (fds[i].fd < 0 || (fds[i].revents & (POLLIN | POLLHUP)) == 0) continue;
+      char chunk[4096];
+      const ssize_t n = read(fds[i].fd, chunk, sizeof chunk);
+      if (n > 0) {
+        sinks[i]->append(chunk, static_cast<size_t>(n));
+      } else {
+        fds[i].fd = -1;
+        --openStreams;
+      }
+    }
+  }
+  close(outPipe[0]);
+  close(errPipe[0]);
+  if (pid > 0) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    result.exitStatus = killed ? -1 : ExitStatusOf(status);
+  }
+  return result;
 }
 
 }  // namespace qrx::test

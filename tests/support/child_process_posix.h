@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qrx::test {
@@ -41,8 +42,17 @@ class ChildProcess {
   bool reaped_ = false;
 };
 
-// Runs program to its end; its exit status (-1 on failure) and standard output.
-int RunProgram(const std::string& program, const std::vector<std::string>& args,
-               std::string* out = nullptr, int timeoutMs = 20000);
+struct ProcessResult {
+  int exitStatus = -1;  // -1 when it could not start or had to be killed
+  std::string out;
+  std::string err;
+};
+
+using Environment = std::vector<std::pair<std::string, std::string>>;
+
+// Runs a program to its end with extra environment variables, collecting
+// both streams. Killed after the time limit so a hang fails the test.
+ProcessResult RunProcess(const std::vector<std::string>& argv, const Environment& env = {},
+                         int timeoutMs = 60000);
 
 }  // namespace qrx::test

@@ -11,7 +11,8 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 int Qrxfw(std::vector<std::string> args) {
-  return test::RunProgram(test::BuildProduct("tools/qrxfw"), args);
+  args.insert(args.begin(), test::BuildProduct("tools/qrxfw"));
+  return test::RunProcess(args).exitStatus;
 }
 
 std::span<const uint8_t> Body(const Bytes& image, size_t at) {
