@@ -83,6 +83,9 @@ int ServeUart(PtyLine& line, const SessionSettings& settings, const std::atomic<
     if (state == PtyLine::State::kError) return 1;
     if (state == PtyLine::State::kHostAbsent) {
       if (controller) {
+        // The rate the host left the line at: what a loader must restore.
+        StdoutPrintf("qrxvps: host closed the line at %u bit/s\n", line.HostRate());
+        StdoutFlush();
         controller.reset();
         if (settings.once) return 0;
       }

@@ -1,0 +1,135 @@
+#include "e2e/e2e_bench.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <regex>
+
+namespace qrx::test {
+
+namespace {
+constexpr int kStartLimitMs = 10000;
+constexpr int kRunLimitMs = 60000;
+constexpr const char* kCommandLogName = "commands.log";
+
+std::string Hex(std::span<const uint8_t> bytes) {
+  std::string text;
+  char pair[4];
+  for (uint8_t b : bytes) {
+    std::snprintf(pair, sizeof pair, "%02X ", b);
+    text += pair;
+  }
+  if (!text.empty()) text.pop_back();
+  return text;
+}
+
+std::string SecureSend(uint8_t fragmentType, std::span<const uint8_t> data) {
+  std::vector<uint8_t> command = {0x09, 0xFC, static_cast<uint8_t>(data.size() + 1), fragmentType};
+  command.insert(command.end(), data.begin(), data.end());
+  return Hex(command);
+}
+}  // namespace
+
+E2eBench::~E2eBench() {
+  if (started_) {
+    sim_.Terminate();
+    sim_.WaitExit(5000);
+  }
+}
+
+std::string E2eBench::Start(std::vector<std::string> args, const std::string& firstLinePrefix) {
+  args.push_back("--once");
+  args.push_back("--log");
+  args.push_back(drive_.Join(kCommandLogName));
+  started_ = sim_.Start(BuildProduct("sim/qrxvps"), args);
+  EXPECT_TRUE(started_);
+  const auto line = sim_.ReadLine(kStartLimitMs);
+  EXPECT_TRUE(line && line->rfind(firstLinePrefix, 0) == 0) << line.value_or("(nothing)");
+  return line ? line->substr(std::min(line->size(), firstLinePrefix.size())) : "";
+}
+
+std::string E2eBench::StartTcp(const std::vector<std::string>& simArgs) {
+  std::vector<std::string> args = {"--tcp", "--port", "0"};
+  args.insert(args.end(), simArgs.begin(), simArgs.end());
+  return Start(args, "qrxvps: listening on 127.0.0.1:");
+}
+
+std::string E2eBench::StartPty(const std::vector<std::string>& simArgs) {
+  std::vector<std::string> args = {"--pty"};
+  args.insert(args.end(), simArgs.begin(), simArgs.end());
+  return Start(args, "qrxvps: pty ");
+}
+
+ProcessResult E2eBench::RunLoader(const std::vector<std::string>& args) {
+  std::vector<std::string> argv = {BuildProduct("src/qrxbpl")};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return RunProcess(argv, {{"QRXBPL_DRIVE_C", drive_.Path()}}, kRunLimitMs);
+}
+
+void E2eBench::PutFirmware(const std::string& name, std::span<const uint8_t> bytes) {
+  drive_.WriteFile(std::string(kFirmwareFolder) + "/" + name, bytes);
+}
+
+std::vector<std::string> E2eBench::CommandLog() const {
+  std::vector<std::string> lines;
+  std::ifstream log(drive_.Join(kCommandLogName));
+  for (std::string line; std::getline(log, line);) lines.push_back(line);
+  return lines;
+}
+
+std::string E2eBench::SimulatorFinalOutput() {
+  if (!started_) return "";
+  std::string rest = sim_.ReadAll(kStartLimitMs);
+  sim_.WaitExit(kStartLimitMs);
+  started_ = false;
+  return rest;
+}
+
+std::string SimulatorKey(const std::vector<std::string>& simArgs) {
+  std::vector<std::string> argv = {BuildProduct("sim/qrxvps")};
+  argv.insert(argv.end(), simArgs.begin(), simArgs.end());
+  argv.push_back("--print-key");
+  std::string key = RunProcess(argv).out;
+  while (!key.empty() && (key.back() == '\n' || key.back() == '\r')) key.pop_back();
+  return key;
+}
+
+std::vector<uint8_t> FromHex(const std::string& hex) {
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    bytes.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+std::string MaskTimes(const std::string& transcript) {
+  static const std::regex kFigure("-?[0-9]+\\.[0-9]{6}|-?nan|-?inf");
+  static const std::regex kBuildStamp("\\(build [^)]*\\)");
+  return std::regex_replace(std::regex_replace(transcript, kFigure, "#"), kBuildStamp, "(build #)");
+}
+
+std::vector<std::string> ExpectedSecureSends(std::span<const uint8_t> image, bool secondBlock) {
+  std::vector<std::string> sends;
+  size_t at = 0;
+  auto take = [&](uint8_t type, size_t size) {
+    sends.push_back(SecureSend(type, image.subspan(at, size)));
+    at += size;
+  };
+  take(0x00, 128);
+  take(0x03, 252);
+  take(0x03, 4);
+  at += 4;  // the key field is never sent
+  take(0x02, 252);
+  take(0x02, 4);
+  if (secondBlock) at += 320;  // scheme 0 verifies the first block only
+  while (at < image.size()) {
+    size_t group = 0;
+    do group += 3 + image[at + group + 2];
+    while (group % 4 != 0);
+    take(0x01, group);
+  }
+  return sends;
+}
+
+}  // namespace qrx::test

@@ -1,0 +1,505 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "e2e/e2e_bench.h"
+#include "image/fw_image.h"
+#include "support/loopback_peer.h"
+
+namespace qrx::test {
+namespace {
+
+using fwimage::BuildFwdat;
+using fwimage::BuildSfiImage;
+using fwimage::BuildTwoBlockImage;
+using fwimage::FwdatEntrySpec;
+using fwimage::MatchKey;
+using fwimage::SignedImageSpec;
+
+constexpr uint8_t kSignedKind = 1;
+constexpr uint8_t kBseqKind = 0;
+constexpr const char* kFinishedTcp = "Finished sending. Closing socket.\n";
+const std::string kReadVersionLog = "05 FC 01 FF";
+
+// Small images keep the transcripts short; each still has every fragment kind.
+const SignedImageSpec kSmallImage{.bodyBytes = 300, .seed = 5, .patchNumber = 0};
+
+std::vector<uint8_t> Container(uint8_t kind, const std::string& keyHex,
+                               const std::vector<uint8_t>& image) {
+  std::vector<FwdatEntrySpec> entries(1);
+  entries[0].kindByte = kind;
+  entries[0].matchKey = MatchKey(FromHex(keyHex));
+  entries[0].image = image;
+  return BuildFwdat(entries);
+}
+
+// Set QRX_E2E_PRINT=1 to see what a run printed when a transcript changes on purpose.
+void ExpectRun(const ProcessResult& run, int exitStatus, const std::string& out,
+               const std::string& err) {
+  if (std::getenv("QRX_E2E_PRINT") != nullptr) {
+    std::printf("--- exit %d\n--- out\n%s--- err\n%s---\n", run.exitStatus, run.out.c_str(),
+                MaskTimes(run.err).c_str());
+  }
+  EXPECT_EQ(run.exitStatus, exitStatus);
+  EXPECT_EQ(run.out, out);
+  EXPECT_EQ(MaskTimes(run.err), err);
+}
+
+// Command logs are long hex lines: report where they part, not the whole of both.
+void ExpectLog(const std::vector<std::string>& actual, const std::vector<std::string>& expected) {
+  EXPECT_EQ(actual.size(), expected.size()) << "commands logged";
+  for (size_t i = 0; i < std::min(actual.size(), expected.size()); ++i) {
+    if (actual[i] != expected[i]) {
+      ADD_FAILURE() << "command " << i << " differs:\n  " << actual[i] << "\n  " << expected[i];
+      return;
+    }
+  }
+}
+
+std::vector<std::string> Concat(std::vector<std::string> a, const std::vector<std::string>& b) {
+  a.insert(a.end(), b.begin(), b.end());
+  return a;
+}
+
+TEST(LoaderEndToEnd, TlvBootloaderTakesItsImageFromTheContainerOverTcp) {
+  E2eBench bench;
+  const auto image = BuildTwoBlockImage(kSmallImage, true);
+  bench.PutFirmware("qrxfw.dat",
+                    Container(kSignedKind, SimulatorKey({"--profile", "tlv-boot"}), image));
+  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
+
+  ExpectRun(
+      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port}), 0, kFinishedTcp,
+      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+Initialization complete.
+Downloading FWDAT file...
+Send Packet Size = 145 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Send Packet Size = 269 
+Send Packet Size = 269 
+CMD: Norix HCI Reset                     Send Packet Size = 24 
+[OK]
+Download complete.
+Task                      %Time        Time(Sec)
+Patch Lib (Init):           #   #
+Patch Lib (Get Next):       #   #
+Patch Lib (Process Last):   #   #
+Initialization:             #   #
+Other:                     #   #
+Total:                    #   #
+)T");
+  ExpectLog(bench.CommandLog(), Concat(Concat({kReadVersionLog}, ExpectedSecureSends(image, true)),
+                                       {"01 FC 08 00 00 00 01 00 80 00 00"}));
+}
+
+TEST(LoaderEndToEnd, LegacyBootloaderWithSecureBootOffTakesItsNamedSfiImage) {
+  E2eBench bench;
+  const std::vector<std::string> sim = {"--profile", "legacy-boot", "--secure-boot", "off"};
+  const auto image = BuildSfiImage(kSmallImage);
+  // Named after answer bytes 0..7, then 00.sfi.
+  bench.PutFirmware(SimulatorKey(sim).substr(0, 16) + "00.sfi", image);
+  const std::string port = bench.StartTcp(sim);
+
+  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-fw", "x.sfi"}), 0,
+            kFinishedTcp,
+            R"T(CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+CMD: Read Secure Boot Params             Send Packet Size = 16 
+[OK]
+EVT: CommandComplete <Sec Boot Params>   [OK]
+SecureBoot Disabled. Update Boot Address [OK]
+Reset[8] = 00 Reset[9] = 08 Reset[10] = 04 Reset[11] = 00 
+Initialization complete.
+Downloading SFI file...
+Send Packet Size = 145 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Send Packet Size = 269 
+Send Packet Size = 269 
+CMD: Norix HCI Reset                     Send Packet Size = 24 
+[OK]
+Download complete.
+Task                      %Time        Time(Sec)
+Patch Lib (Init):           #   #
+Patch Lib (Get Next):       #   #
+Patch Lib (Process Last):   #   #
+Initialization:             #   #
+Other:                     #   #
+Total:                    #   #
+)T");
+  ExpectLog(bench.CommandLog(),
+            Concat(Concat({kReadVersionLog, "0D FC 00"}, ExpectedSecureSends(image, false)),
+                   {"01 FC 08 00 00 00 01 00 08 04 00"}));
+}
+
+TEST(LoaderEndToEnd, OperationalControllerIsResetToItsBootloaderFirst) {
+  E2eBench bench;
+  const auto image = BuildTwoBlockImage(kSmallImage, false);
+  bench.PutFirmware("qrxfw.dat",
+                    Container(kSignedKind, SimulatorKey({"--profile", "tlv-op"}), image));
+  const std::string port = bench.StartTcp({"--profile", "tlv-op"});
+
+  ExpectRun(
+      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-f", "1"}), 0, kFinishedTcp,
+      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
+CMD: Norix HCI Reset                     Send Packet Size = 24 
+[OK]
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+Initialization complete.
+Downloading FWDAT file...
+Send Packet Size = 145 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Send Packet Size = 269 
+Send Packet Size = 269 
+Download complete.
+Task                      %Time        Time(Sec)
+Patch Lib (Init):           #   #
+Patch Lib (Get Next):       #   #
+Patch Lib (Process Last):   #   #
+Initialization:             #   #
+Other:                     #   #
+Total:                    #   #
+)T");
+  ExpectLog(bench.CommandLog(),
+            Concat({kReadVersionLog, "01 FC 08 01 00 00 00 00 00 00 00", kReadVersionLog},
+                   ExpectedSecureSends(image, false)));
+}
+
+TEST(LoaderEndToEnd, NoccDownloadsWithoutPerFragmentAnswers) {
+  E2eBench bench;
+  const auto image = BuildTwoBlockImage(kSmallImage, true);
+  bench.PutFirmware("qrxfw.dat",
+                    Container(kSignedKind, SimulatorKey({"--profile", "tlv-boot"}), image));
+  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
+
+  ExpectRun(
+      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-NoCc", "-v"}), 0, kFinishedTcp,
+      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+Initialization complete.
+Send Packet Size = 20 
+Downloading FWDAT file...
+SFI fragment #0 downloading 
+Send Packet Size = 145 
+SFI fragment #1 downloading 
+Send Packet Size = 269 
+SFI fragment #2 downloading 
+Send Packet Size = 21 
+SFI fragment #3 downloading 
+Send Packet Size = 269 
+SFI fragment #4 downloading 
+Send Packet Size = 21 
+SFI fragment #5 downloading 
+Send Packet Size = 269 
+SFI fragment #6 downloading 
+Send Packet Size = 269 
+SFI fragment #7 downloading 
+CMD: Norix HCI Reset                     Send Packet Size = 24 
+[OK]
+Download complete.
+Task                      %Time        Time(Sec)
+Patch Lib (Init):           #   #
+Patch Lib (Get Next):       #   #
+Patch Lib (Process Last):   #   #
+Initialization:             #   #
+Other:                     #   #
+Total:                    #   #
+)T");
+  ExpectLog(bench.CommandLog(), Concat(Concat({kReadVersionLog, "8B FC 04 03 86 01 01"},
+                                              ExpectedSecureSends(image, true)),
+                                       {"01 FC 08 00 00 00 01 00 80 00 00"}));
+}
+
+TEST(LoaderEndToEnd, BdDataGoesDownTheBseqPathInManufacturerMode) {
+  E2eBench bench;
+  // A legacy ROM part (hardware variant below 11) in operational firmware.
+  const std::vector<std::string> sim = {"--profile",     "legacy-op", "--set",
+                                        "hw-variant=10", "--set",     "fw-variant=0x23"};
+  auto commands = fwimage::SampleBseqCommands(6, 3);
+  const auto bseq = fwimage::BuildBseqImage(commands, true);
+  // The patch-level check reads the byte after the first record's "command";
+  // a non-zero value there is a newer patch than the controller's none.
+  ASSERT_GT(bseq.size(), 255u);
+  ASSERT_NE(bseq[255], 0);
+  bench.PutFirmware("370a102301200f1400.bseq", bseq);
+  const std::string port = bench.StartTcp(sim);
+
+  ExpectRun(
+      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-bd"}), 0, kFinishedTcp,
+      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+Initialization complete.
+Downloading BSEQ file...
+CMD: Enter Manufacturer Mode             Send Packet Size = 18 
+[OK]
+EVT: CommandComplete <Manufacturer Mode> [OK]
+Send Packet Size = 16 
+Send Packet Size = 271 
+Send Packet Size = 88 
+Send Packet Size = 41 
+Send Packet Size = 143 
+Send Packet Size = 179 
+CMD: Exit Manufacturer Mode              Send Packet Size = 18 
+[OK]
+EVT: CommandComplete <Manufacturer Mode> [OK]
+Download complete.
+Task                      %Time        Time(Sec)
+Patch Lib (Init):           #   #
+Patch Lib (Get Next):       #   #
+Patch Lib (Process Last):   #   #
+Initialization:             #   #
+Other:                     #   #
+Total:                    #   #
+)T");
+}
+
+TEST(LoaderEndToEnd, CurrentLegacyPatchNeedsNoDownload) {
+  E2eBench bench;
+  const std::vector<std::string> sim = {"--profile",     "legacy-boot", "--set",
+                                        "hw-variant=10", "--set",       "patch=5"};
+  SignedImageSpec spec = kSmallImage;
+  spec.patchNumber = 5;
+  bench.PutFirmware(SimulatorKey(sim).substr(0, 16) + "00.sfi", BuildSfiImage(spec));
+  const std::string port = bench.StartTcp(sim);
+
+  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-b", "0x24800"}), 0,
+            kFinishedTcp,
+            R"T(Reset[8] = 0 Reset[9] = 72 Reset[10] = 2 Reset[11] = 0 
+Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+Task                      %Time        Time(Sec)
+Patch Lib (Init):           #   #
+Patch Lib (Get Next):       #   #
+Patch Lib (Process Last):   #   #
+Initialization:             #   #
+Other:                     #   #
+Total:                    #   #
+)T");
+}
+
+TEST(LoaderEndToEnd, OtherLegacyPatchEndsSilently) {
+  E2eBench bench;
+  const std::vector<std::string> sim = {"--profile",     "legacy-boot", "--set",
+                                        "hw-variant=10", "--set",       "patch=3"};
+  SignedImageSpec spec = kSmallImage;
+  spec.patchNumber = 5;
+  bench.PutFirmware(SimulatorKey(sim).substr(0, 16) + "00.sfi", BuildSfiImage(spec));
+  const std::string port = bench.StartTcp(sim);
+
+  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-b", "0x24800"}), 255,
+            kFinishedTcp,
+            R"T(Reset[8] = 0 Reset[9] = 72 Reset[10] = 2 Reset[11] = 0 
+Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+)T");
+}
+
+struct FailureCase {
+  const char* name;
+  std::vector<std::string> sim;
+  std::string err;
+};
+
+// Each library status a run can reach, with the controller misbehaving or the firmware unfit.
+TEST(LoaderEndToEnd, EachFailureEndsWithItsMessage) {
+  const std::vector<FailureCase> cases = {
+      {"wrong opcode answers the third fragment",
+       {"--fault", "wrong-opcode@4"},
+       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+Initialization complete.
+Downloading FWDAT file...
+Send Packet Size = 145 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Unexpected HCI Event! OCF=0x0aDownload incomplete!
+ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware file was suppplied or communication was lost with the controller! Status=12
+)T"},
+      {"the controller rejects the image",
+       {"--fault", "failed-completion"},
+       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+Initialization complete.
+Downloading FWDAT file...
+Send Packet Size = 145 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Send Packet Size = 269 
+Send Packet Size = 21 
+Send Packet Size = 269 
+Send Packet Size = 269 
+HCI event failed! status: 0x10
+Download incomplete!
+ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware file was suppplied or communication was lost with the controller! Status=12
+)T"},
+      {"unknown signature scheme",
+       {"--set", "sig-scheme=2"},
+       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+Initialization complete.
+Downloading FWDAT file...
+Download incomplete!
+ERROR: QRXFUL was supplied with an invalid parameter! Status=2
+)T"},
+      {"bootloader answer that is not a bootloader's",
+       {"--set", "boot-image-type=0"},
+       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
+CMD: Norix HCI Reset                     Send Packet Size = 24 
+[OK]
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware file was suppplied or communication was lost with the controller! Status=12
+)T"},
+      {"no firmware anywhere",
+       {},
+       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  Send Packet Size = 17 
+[OK]
+EVT: CommandComplete <Norix Version>     [OK]
+ERROR: QRXFUL was unable to find viable firmware! Status=11
+
+Please copy the Firmware file in custom location C:\Program Files\Norix\Bluetooth 
+)T"},
+  };
+  for (const FailureCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    E2eBench bench;
+    std::vector<std::string> sim = {"--profile", "tlv-boot"};
+    sim.insert(sim.end(), c.sim.begin(), c.sim.end());
+    if (std::string(c.name) != "no firmware anywhere") {
+      bench.PutFirmware("qrxfw.dat", Container(kSignedKind, SimulatorKey(sim),
+                                               BuildTwoBlockImage(kSmallImage, true)));
+    }
+    const std::string port = bench.StartTcp(sim);
+    ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port}), 255, kFinishedTcp,
+              c.err);
+  }
+}
+
+TEST(LoaderEndToEnd, UnreachableServer) {
+  LoopbackPeer closed(0, LoopbackPeer::Mode::kBoundOnly);
+  E2eBench bench;
+  ExpectRun(
+      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", closed.PortText()}), 255,
+      "Finished sending. Closing socket.\nERROR: Socket Closed failed with error: 9\n",
+      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+ERROR: Unable to connect to server!
+cannot open the port exit
+)T");
+}
+
+TEST(LoaderEndToEnd, UartWithoutPortName) {
+  E2eBench bench;
+  // The usage text itself is checked word for word by the option tests.
+  const ProcessResult usage = bench.RunLoader({"-i"});
+  const std::string usageText = usage.err.substr(usage.err.find("\n\n") + 2);
+  ExpectRun(
+      bench.RunLoader({"-i", "2", "-h", "1"}), 255, "",
+      "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n"
+      "invalid port name, please revisit \"-p\" argument\n" +
+          MaskTimes(usageText));
+}
+
+TEST(LoaderEndToEnd, UartDownloadAtASwitchedRate) {
+  E2eBench bench;
+  const auto image = BuildTwoBlockImage(kSmallImage, true);
+  bench.PutFirmware("qrxfw.dat",
+                    Container(kSignedKind, SimulatorKey({"--profile", "tlv-boot"}), image));
+  const std::string pty = bench.StartPty({"--profile", "tlv-boot"});
+
+  ExpectRun(
+      bench.RunLoader({"-i", "2", "-h", "2", "-p", pty, "-r", "3000000"}), 0, "",
+      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  [OK]
+EVT: CommandComplete <Norix Version>     [OK]
+CMD: Change Baud Rate (3000000)          [OK]
+Setting Local Baud Rate to (3000000)     [OK]
+Initialization complete.
+Downloading FWDAT file...
+CMD: Norix HCI Reset                     [OK]
+Download complete.
+Task                      %Time        Time(Sec)
+Switch Baudrate:           #   #
+Windows COM Write:          #   #
+Windows COM Read:           #   #
+Patch Lib (Init):           #   #
+Patch Lib (Get Next):       #   #
+Patch Lib (Process Last):   #   #
+Initialization:             #   #
+Other:                     #   #
+Total:                    #   #
+)T");
+  EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
+}
+
+TEST(LoaderEndToEnd, UartRateIsRestoredAfterAFailedDownload) {
+  E2eBench bench;
+  const std::string pty = bench.StartPty({"--profile", "legacy-boot"});
+  ExpectRun(
+      bench.RunLoader({"-i", "2", "-h", "1", "-p", pty, "-r", "3000000"}), 255, "",
+      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  [OK]
+EVT: CommandComplete <Norix Version>     [OK]
+CMD: Read Secure Boot Params             [OK]
+EVT: CommandComplete <Sec Boot Params>   [OK]
+CMD: Change Baud Rate (3000000)          [OK]
+Setting Local Baud Rate to (3000000)     [OK]
+ERROR: QRXFUL was unable to find viable firmware! Status=11
+
+Please copy the Firmware file in custom location C:\Program Files\Norix\Bluetooth 
+)T");
+  EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
+}
+
+TEST(LoaderEndToEnd, SilentUartController) {
+  E2eBench bench;
+  const std::string pty = bench.StartPty({"--profile", "tlv-boot", "--fault", "silent@1"});
+  ExpectRun(
+      bench.RunLoader({"-i", "2", "-p", pty}), 255, "",
+      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
+CMD: Read Norix Version                  [OK]
+EVT: CommandComplete <Norix Version>     ERROR: unable to read data from device
+[FAIL] Read event failed
+The firmware download cannot proceed because the controller has become unresponsive. Please try power-cycling the controller and/or reissuing the command.
+)T");
+}
+
+}  // namespace
+}  // namespace qrx::test
