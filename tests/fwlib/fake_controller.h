@@ -1,7 +1,7 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <deque>
 #include <functional>
 #include <vector>
@@ -47,7 +47,7 @@ class FakeController : public IBtHciAPI {
     if (from.empty()) return -1;
     const Reply reply = std::move(from.front());
     from.pop_front();
-    std::memcpy(destination, reply.bytes.data(), reply.bytes.size());
+    std::copy(reply.bytes.begin(), reply.bytes.end(), destination);
     *length = static_cast<uint32_t>(reply.bytes.size());
     return reply.result;
   }
