@@ -1,0 +1,74 @@
+#include "model/fault_plan.h"
+
+#include "model/controller_config.h"
+
+namespace qrx::sim {
+
+std::string_view FaultName(FaultKind kind) {
+  for (const FaultKindInfo& info : kFaultKinds) {
+    if (info.kind == kind) return info.name;
+  }
+  return "?";
+}
+
+std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string* error) {
+  FaultSpec spec;
+  std::string_view rest = text;
+  if (const size_t slash = rest.find('/'); slash != std::string_view::npos) {
+    std::string_view op = rest.substr(slash + 1);
+    if (op.size() > 2 && op[0] == '0' && (op[1] == 'x' || op[1] == 'X')) op.remove_prefix(2);
+    const std::optional<uint64_t> value = ParseNumber("0x" + std::string(op));
+    if (!value || *value > 0xFFFF) {
+      *error = "bad opcode in fault '" + std::string(text) + "'";
+      return std::nullopt;
+    }
+    spec.opcode = static_cast<uint16_t>(*value);
+    rest = rest.substr(0, slash);
+  }
+  if (const size_t at = rest.find('@'); at != std::string_view::npos) {
+    const std::string_view where = rest.substr(at + 1);
+    if (where == "*") {
+      spec.every = true;
+    } else {
+      const std::optional<uint64_t> n = ParseNumber(where);
+      if (!n || *n == 0 || *n > 0xFFFFFFFF) {
+        *error = "bad count in fault '" + std::string(text) + "'";
+        return std::nullopt;
+      }
+      spec.occurrence = static_cast<uint32_t>(*n);
+    }
+    rest = rest.substr(0, at);
+  }
+  for (const FaultKindInfo& info : kFaultKinds) {
+    if (info.name != rest) continue;
+    spec.kind = info.kind;
+    return spec;
+  }
+  *error = "unknown fault '" + std::string(rest) + "'";
+  return std::nullopt;
+}
+
+bool FaultPlan::Fires(Armed& armed) {
+  ++armed.seen;
+  return armed.spec.every || armed.seen == armed.spec.occurrence;
+}
+
+std::vector<FaultKind> FaultPlan::OnCommand(uint16_t opcode) {
+  std::vector<FaultKind> firing;
+  for (Armed& armed : faults_) {
+    if (armed.spec.kind == FaultKind::kFailedCompletion) continue;
+    if (armed.spec.opcode && *armed.spec.opcode != opcode) continue;
+    if (Fires(armed)) firing.push_back(armed.spec.kind);
+  }
+  return firing;
+}
+
+bool FaultPlan::CompletionFails() {
+  bool fails = false;
+  for (Armed& armed : faults_) {
+    if (armed.spec.kind == FaultKind::kFailedCompletion && Fires(armed)) fails = true;
+  }
+  return fails;
+}
+
+}  // namespace qrx::sim

@@ -1,0 +1,24 @@
+#pragma once
+
+// What every session of a front starts from: a freshly powered controller as
+// configured, its own copy of the fault plan, and the shared command log.
+
+#include <vector>
+
+#include "command_log.h"
+#include "model/controller.h"
+#include "model/controller_config.h"
+#include "model/fault_plan.h"
+
+namespace qrx::sim {
+
+struct SessionSettings {
+  ControllerConfig controller;
+  std::vector<FaultSpec> faults;
+  CommandLog* log = nullptr;
+  bool once = false;
+};
+
+Controller NewSessionController(const SessionSettings& settings);
+
+}  // namespace qrx::sim

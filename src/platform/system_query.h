@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+
+namespace qrx {
+
+// Machine-wide settings the library asks the system for.
+
+// A value under the machine's registry key, through the narrow-character
+// interface. With data null only the size is answered. False on any failure;
+// this platform has no registry, so it always fails.
+bool QueryMachineRegistryValue(const char* keyPath, const char* valueName, uint8_t* data,
+                               uint32_t* size);
+
+// Whether the process runs as a 32-bit program under emulation on a 64-bit
+// system. True when the question could be answered.
+bool QueryProcessEmulation(bool* emulated);
+
+}  // namespace qrx

@@ -1,0 +1,24 @@
+#pragma once
+
+// Test-side scripts: HCI commands as bytes, and a signed image cut into the
+// Secure Send commands a host sends for it.
+
+#include <cstdint>
+#include <initializer_list>
+#include <span>
+#include <vector>
+
+namespace qrx::test {
+
+using Bytes = std::vector<uint8_t>;
+
+// Opcode, parameter length, parameters.
+Bytes Command(uint16_t opcode, std::span<const uint8_t> params);
+Bytes Command(uint16_t opcode, std::initializer_list<uint8_t> params);
+
+// The Secure Send commands for a signed image: the first block (scheme 0) or
+// the second (scheme 1), then the body in groups of whole commands that
+// close on 4-byte multiples.
+std::vector<Bytes> SecureSendCommands(std::span<const uint8_t> image, uint8_t scheme);
+
+}  // namespace qrx::test
