@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 
 #include "app/options.h"
@@ -12,6 +13,9 @@
 #include "hci/vendor_commands.h"
 #include "image/fw_image.h"
 #include "platform/console.h"
+#include "support/child_process_posix.h"
+#include "support/scratch_dir.h"
+#include "transport/tcp_client.h"
 
 namespace qrx {
 namespace {
@@ -244,6 +248,68 @@ TEST_F(DownloadLoops, ExitRequestBitsAccumulateOverTheRun) {
   // A receive result other than 0 and -1 is passed back as it is.
   fake.answer = [](size_t, const Packet&) { return std::vector<Reply>{{{}, 5}}; };
   EXPECT_EQ(EnterManufacturerMode(), 5);
+}
+
+std::string Hex(const Packet& command) {
+  std::string text;
+  for (uint8_t byte : command) {
+    std::array<char, 4> one{};
+    std::snprintf(one.data(), one.size(), text.empty() ? "%02X" : " %02X", byte);
+    text += one.data();
+  }
+  return text;
+}
+
+// The loops against the simulated controller over TCP: what it logs receiving
+// is the image's commands, in order, with nothing lost, added or reordered.
+TEST_F(DownloadLoops, SimulatedControllerReceivesExactlyTheImagesCommands) {
+  const Packet reset = {0x01, 0xFC, 0x08, 0, 0, 0, 0x01, 0, 0x80, 0, 0};
+  const auto sfi = fwimage::BuildSfiImage({.bodyBytes = 3000, .seed = 9});
+  const auto bseq = fwimage::BuildBseqImage(fwimage::SampleBseqCommands(9, 4), true);
+  enum Loop { kAcknowledged, kUnacknowledged, kBseq };
+  struct Case {
+    Loop loop;
+    const char* profile;
+    std::vector<Packet> before, after;
+  };
+  const Case cases[] = {
+      {kAcknowledged, "tlv-boot", {}, {reset}},
+      {kUnacknowledged, "tlv-boot", {{0x8B, 0xFC, 0x04, 0x03, 0x86, 0x01, 0x01}}, {reset}},
+      {kBseq, "tlv-op", {{0x11, 0xFC, 0x02, 0x01, 0x00}}, {{0x11, 0xFC, 0x02, 0x00, 0x02}}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.profile);
+    Fresh();
+    test::ScratchDir dir;
+    test::ChildProcess sim;
+    ASSERT_TRUE(sim.Start(test::BuildProduct("sim/qrxvps"), {"--port", "0", "--once", "--profile",
+                                                             c.profile, "--log", dir.Path("log")}));
+    const std::string line = sim.ReadLine(5000).value_or("");
+    const std::string port = line.substr(line.rfind(':') + 1);
+    g_runOptions.interface = kInterfaceTcp;
+    const std::array<char, 10> address{"127.0.0.1"};
+    SetServerAddress(address.data(), address.size());
+    ASSERT_TRUE(ConnectToServer(port.c_str())) << line;
+    std::array<uint8_t, kEventBufferSize> ready{};
+    uint32_t length = 0;  // every session opens with the controller's ready event
+    ASSERT_EQ(QRXBPLRecvCommand(ready.data(), kEventBufferSize, &length, kEventTimeoutMs), 0);
+    if (c.loop == kUnacknowledged) WriteDdcCceBlock();
+
+    ImageContext ctx(c.loop == kBseq ? bseq : sfi, c.loop == kBseq ? 1 : 0);
+    EXPECT_EQ(c.loop == kBseq           ? DownloadBseq(&ctx.context, true)
+              : c.loop == kAcknowledged ? DownloadSignedWithEvents(&ctx.context)
+                                        : DownloadSignedNoEvents(&ctx.context),
+              c.loop == kBseq ? kFwLibImageExhausted : kFwLibSuccess);
+    CloseServerConnection();
+    EXPECT_EQ(sim.WaitExit(5000), 0);
+
+    std::string expected;
+    const auto sent = Commands(c.loop == kBseq ? bseq : sfi, c.loop == kBseq ? 1 : 0);
+    for (const auto* part : {&c.before, &sent, &c.after}) {
+      for (const Packet& command : *part) expected += Hex(command) + "\n";
+    }
+    EXPECT_EQ(dir.ReadText("log"), expected);
+  }
 }
 
 }  // namespace

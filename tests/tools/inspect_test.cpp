@@ -2,13 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <string>
 
 #include "image/fw_image.h"
 #include "platform/console.h"
+#include "support/scratch_dir.h"
 
 namespace qrx::fwtool {
 namespace {
@@ -21,16 +19,11 @@ struct Inspection {
 };
 
 Inspection Inspect(const std::vector<uint8_t>& bytes) {
-  const std::string path = (std::filesystem::temp_directory_path() /
-                            ("qrxfw-inspect-" + std::to_string(std::random_device{}())))
-                               .string();
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
+  test::ScratchDir dir;
+  const std::string path = dir.Write("image", bytes);
   const char* argv[] = {path.c_str()};
   ConsoleCapture capture;
   Inspection result = {RunInspect(1, argv), capture.Out()};
-  std::filesystem::remove(path);
   if (const size_t at = result.out.find(path); at != std::string::npos) {
     result.out.replace(at, path.size(), "FILE");
   }
