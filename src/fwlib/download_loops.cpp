@@ -1,6 +1,5 @@
 #include "fwlib/download_loops.h"
 
-
 #include "app/options.h"
 #include "app/timing.h"
 #include "fwlib/fragment_iterators.h"

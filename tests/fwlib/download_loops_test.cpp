@@ -285,6 +285,7 @@ TEST_F(DownloadLoops, SimulatedControllerReceivesExactlyTheImagesCommands) {
     ASSERT_TRUE(sim.Start(test::BuildProduct("sim/qrxvps"), {"--port", "0", "--once", "--profile",
                                                              c.profile, "--log", dir.Path("log")}));
     const std::string line = sim.ReadLine(5000).value_or("");
+    ASSERT_NE(line.find("listening on"), std::string::npos) << "qrxvps did not start: " << line;
     const std::string port = line.substr(line.rfind(':') + 1);
     g_runOptions.interface = kInterfaceTcp;
     const std::array<char, 10> address{"127.0.0.1"};
