@@ -1,7 +1,5 @@
 #include "fwlib/download_loops.h"
 
-#include <algorithm>
-
 #include "app/options.h"
 #include "app/timing.h"
 #include "fwlib/fragment_iterators.h"
@@ -136,7 +134,7 @@ FwLibStatus FinishSignedDownload() {
   return kFwLibSuccess;
 }
 
-// Reads recorded command's answer: events of other codes are dropped
+// Reads the answer to a recorded command: events of other codes are dropped
 // silently until the awaited one arrives.
 FwLibStatus CheckRecordedAnswer(uint8_t opcodeLow) {
   const uint8_t awaited =
@@ -282,6 +280,7 @@ FwLibStatus DownloadBseq(FwLibContext* context, bool useManufacturerMode) {
     const FwLibStatus status = NextCommand(context, command, kBseqCommandCapacity, &length);
     if (status == kFwLibImageExhausted) {
       if (!useManufacturerMode) return kFwLibImageExhausted;
+      // Leaving the mode here prints and sends exactly what the stand-alone exit does.
       return ExitManufacturerMode(true, true) == 0 ? kFwLibImageExhausted : kFwLibInvalidEvent;
     }
     if (status != kFwLibSuccess) return status;

@@ -1,11 +1,7 @@
 #pragma once
 
-// An HCI transport that stands in for the controller: it records every
-// command and answers from a script, so the download loops can be driven
-// through every path without a link.
-
+#include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <deque>
 #include <functional>
 #include <vector>
@@ -15,9 +11,8 @@
 namespace qrx::testing {
 
 using Packet = std::vector<uint8_t>;
-
 struct Reply {
-  Packet bytes;        // as received: H4 type first
+  Packet bytes;        // H4 type first
   int32_t result = 0;  // the transport's receive result
 };
 
@@ -28,17 +23,17 @@ inline Packet VendorEvent(uint8_t id, uint8_t status = 0) {
   return {0x04, 0xFF, 0x02, id, status};
 }
 
+// Stands in for the controller on the HCI transport: records every command
+// and answers from a script. A read with nothing to answer fails, as a
+// silent line does.
 class FakeController : public IBtHciAPI {
  public:
-  // The answer to the n-th command (from 0); by default its Command Complete.
+  // Answer to the n-th command (from 0); by default its Command Complete.
   std::function<std::vector<Reply>(size_t, const Packet&)> answer = [](size_t, const Packet& c) {
     return std::vector<Reply>{{CommandComplete(c[0], c[1])}};
   };
-  // Served once the answers run out (the end-of-download event).
-  std::deque<Reply> later;
-  // The send with this index fails.
+  std::deque<Reply> later;  // served once the answers run out
   size_t failSendAt = SIZE_MAX;
-
   std::vector<Packet> sent;
 
   int32_t SendCommand(const uint8_t* command, uint32_t length) override {
@@ -49,10 +44,10 @@ class FakeController : public IBtHciAPI {
   }
   int32_t ReceivePacket(uint8_t* destination, uint32_t* length, uint32_t) override {
     std::deque<Reply>& from = pending_.empty() ? later : pending_;
-    if (from.empty()) return -1;  // silence: the read times out
+    if (from.empty()) return -1;
     const Reply reply = std::move(from.front());
     from.pop_front();
-    std::memcpy(destination, reply.bytes.data(), reply.bytes.size());
+    std::copy(reply.bytes.begin(), reply.bytes.end(), destination);
     *length = static_cast<uint32_t>(reply.bytes.size());
     return reply.result;
   }
