@@ -21,6 +21,43 @@ constexpr uint8_t kBseqKind = 0;
 constexpr const char* kFinishedTcp = "Finished sending. Closing socket.\n";
 const std::string kReadVersionLog = "05 FC 01 FF";
 
+// Pieces of the transcripts below, named for what they show.
+const std::string kPicked =
+    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
+const std::string kVersionCmd = "CMD: Read Norix Version                  ";
+const std::string kVersionEvt = "EVT: CommandComplete <Norix Version>     ";
+const std::string kBootCmd = "CMD: Read Secure Boot Params             ";
+const std::string kBootEvt = "EVT: CommandComplete <Sec Boot Params>   ";
+const std::string kTcpVersion = kVersionCmd + "Send Packet Size = 17 \n[OK]\n" + kVersionEvt;
+const std::string kTcpBoot = kBootCmd + "Send Packet Size = 16 \n[OK]\n" + kBootEvt;
+const std::string kUartVersion = kVersionCmd + "[OK]\n" + kVersionEvt;
+const std::string kUartBoot = kBootCmd + "[OK]\n" + kBootEvt;
+const std::string kResent = "[FAIL] Received Unexpected Event\n";
+const std::string kNoFirmware =
+    "ERROR: QRXFUL was unable to find viable firmware! Status=11\n\nPlease copy the Firmware file "
+    "in custom location C:\\Program Files\\Norix\\Bluetooth \n";
+const std::string kUnresponsive =
+    "[FAIL] Read event failed\nThe firmware download cannot proceed because the controller has "
+    "become unresponsive. Please try power-cycling the controller and/or reissuing the command.\n";
+
+// The timing table with its figures masked, over TCP and over UART.
+const std::string kTcpTimingTable =
+    "Task                      %Time        Time(Sec)\n"
+    "Patch Lib (Init):           #   #\nPatch Lib (Get Next):       #   #\n"
+    "Patch Lib (Process Last):   #   #\nInitialization:             #   #\n"
+    "Other:                     #   #\nTotal:                    #   #\n";
+const std::string kUartTimingTable =
+    "Task                      %Time        Time(Sec)\n"
+    "Switch Baudrate:           #   #\nWindows COM Write:          #   #\n"
+    "Windows COM Read:           #   #\n" +
+    kTcpTimingTable.substr(kTcpTimingTable.find('\n') + 1);
+// The frames a download of a kSmallImage sends over TCP: header, key and
+// signature in two parts each, then the body's two groups.
+const std::string kSmallImageFrames =
+    "Send Packet Size = 145 \nSend Packet Size = 269 \nSend Packet Size = 21 \n"
+    "Send Packet Size = 269 \nSend Packet Size = 21 \nSend Packet Size = 269 \n"
+    "Send Packet Size = 269 \n";
+
 // Small images keep the transcripts short; each still has every fragment kind.
 const SignedImageSpec kSmallImage{.bodyBytes = 300, .seed = 5, .patchNumber = 0};
 
@@ -68,32 +105,13 @@ TEST(LoaderEndToEnd, TlvBootloaderTakesItsImageFromTheContainerOverTcp) {
                     Container(kSignedKind, SimulatorKey({"--profile", "tlv-boot"}), image));
   const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
 
-  ExpectRun(
-      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port}), 0, kFinishedTcp,
-      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-Initialization complete.
+  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port}), 0,
+            kFinishedTcp, kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Downloading FWDAT file...
-Send Packet Size = 145 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Send Packet Size = 269 
-Send Packet Size = 269 
-CMD: Norix HCI Reset                     Send Packet Size = 24 
+)T" + kSmallImageFrames + R"T(CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
 Download complete.
-Task                      %Time        Time(Sec)
-Patch Lib (Init):           #   #
-Patch Lib (Get Next):       #   #
-Patch Lib (Process Last):   #   #
-Initialization:             #   #
-Other:                     #   #
-Total:                    #   #
-)T");
+)T" + kTcpTimingTable);
   ExpectLog(bench.CommandLog(), Concat(Concat({kReadVersionLog}, ExpectedSecureSends(image, true)),
                                        {"01 FC 08 00 00 00 01 00 80 00 00"}));
 }
@@ -107,35 +125,15 @@ TEST(LoaderEndToEnd, LegacyBootloaderWithSecureBootOffTakesItsNamedSfiImage) {
   const std::string port = bench.StartTcp(sim);
 
   ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-fw", "x.sfi"}), 0,
-            kFinishedTcp,
-            R"T(CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-CMD: Read Secure Boot Params             Send Packet Size = 16 
-[OK]
-EVT: CommandComplete <Sec Boot Params>   [OK]
+            kFinishedTcp, kTcpVersion + "[OK]\n" + kTcpBoot + R"T([OK]
 SecureBoot Disabled. Update Boot Address [OK]
 Reset[8] = 00 Reset[9] = 08 Reset[10] = 04 Reset[11] = 00 
 Initialization complete.
 Downloading SFI file...
-Send Packet Size = 145 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Send Packet Size = 269 
-Send Packet Size = 269 
-CMD: Norix HCI Reset                     Send Packet Size = 24 
+)T" + kSmallImageFrames + R"T(CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
 Download complete.
-Task                      %Time        Time(Sec)
-Patch Lib (Init):           #   #
-Patch Lib (Get Next):       #   #
-Patch Lib (Process Last):   #   #
-Initialization:             #   #
-Other:                     #   #
-Total:                    #   #
-)T");
+)T" + kTcpTimingTable);
   ExpectLog(bench.CommandLog(),
             Concat(Concat({kReadVersionLog, "0D FC 00"}, ExpectedSecureSends(image, false)),
                    {"01 FC 08 00 00 00 01 00 08 04 00"}));
@@ -150,11 +148,8 @@ TEST(LoaderEndToEnd, OperationalControllerIsResetToItsBootloaderFirst) {
 
   ExpectRun(
       bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-f", "1"}), 0, kFinishedTcp,
-      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
+      kPicked + kTcpVersion + "[OK]\n" +
+          R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
 CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
 CMD: Read Norix Version                  Send Packet Size = 17 
@@ -162,22 +157,9 @@ CMD: Read Norix Version                  Send Packet Size = 17
 EVT: CommandComplete <Norix Version>     [OK]
 Initialization complete.
 Downloading FWDAT file...
-Send Packet Size = 145 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Send Packet Size = 269 
-Send Packet Size = 269 
-Download complete.
-Task                      %Time        Time(Sec)
-Patch Lib (Init):           #   #
-Patch Lib (Get Next):       #   #
-Patch Lib (Process Last):   #   #
-Initialization:             #   #
-Other:                     #   #
-Total:                    #   #
-)T");
+)T" + kSmallImageFrames +
+          R"T(Download complete.
+)T" + kTcpTimingTable);
   ExpectLog(bench.CommandLog(),
             Concat({kReadVersionLog, "01 FC 08 01 00 00 00 00 00 00 00", kReadVersionLog},
                    ExpectedSecureSends(image, false)));
@@ -190,13 +172,8 @@ TEST(LoaderEndToEnd, NoccDownloadsWithoutPerFragmentAnswers) {
                     Container(kSignedKind, SimulatorKey({"--profile", "tlv-boot"}), image));
   const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
 
-  ExpectRun(
-      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-NoCc", "-v"}), 0, kFinishedTcp,
-      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-Initialization complete.
+  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-NoCc", "-v"}), 0,
+            kFinishedTcp, kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Send Packet Size = 20 
 Downloading FWDAT file...
 SFI fragment #0 downloading 
@@ -217,14 +194,7 @@ SFI fragment #7 downloading
 CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
 Download complete.
-Task                      %Time        Time(Sec)
-Patch Lib (Init):           #   #
-Patch Lib (Get Next):       #   #
-Patch Lib (Process Last):   #   #
-Initialization:             #   #
-Other:                     #   #
-Total:                    #   #
-)T");
+)T" + kTcpTimingTable);
   ExpectLog(bench.CommandLog(), Concat(Concat({kReadVersionLog, "8B FC 04 03 86 01 01"},
                                               ExpectedSecureSends(image, true)),
                                        {"01 FC 08 00 00 00 01 00 80 00 00"}));
@@ -244,13 +214,8 @@ TEST(LoaderEndToEnd, BdDataGoesDownTheBseqPathInManufacturerMode) {
   bench.PutFirmware("370a102301200f1400.bseq", bseq);
   const std::string port = bench.StartTcp(sim);
 
-  ExpectRun(
-      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-bd"}), 0, kFinishedTcp,
-      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-Initialization complete.
+  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-bd"}), 0, kFinishedTcp,
+            kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Downloading BSEQ file...
 CMD: Enter Manufacturer Mode             Send Packet Size = 18 
 [OK]
@@ -265,14 +230,7 @@ CMD: Exit Manufacturer Mode              Send Packet Size = 18
 [OK]
 EVT: CommandComplete <Manufacturer Mode> [OK]
 Download complete.
-Task                      %Time        Time(Sec)
-Patch Lib (Init):           #   #
-Patch Lib (Get Next):       #   #
-Patch Lib (Process Last):   #   #
-Initialization:             #   #
-Other:                     #   #
-Total:                    #   #
-)T");
+)T" + kTcpTimingTable);
 }
 
 TEST(LoaderEndToEnd, CurrentLegacyPatchNeedsNoDownload) {
@@ -291,14 +249,7 @@ Firmware file will be picked from custom location:'C:\Program Files\Norix\Blueto
 CMD: Read Norix Version                  Send Packet Size = 17 
 [OK]
 EVT: CommandComplete <Norix Version>     [OK]
-Task                      %Time        Time(Sec)
-Patch Lib (Init):           #   #
-Patch Lib (Get Next):       #   #
-Patch Lib (Process Last):   #   #
-Initialization:             #   #
-Other:                     #   #
-Total:                    #   #
-)T");
+)T" + kTcpTimingTable);
 }
 
 TEST(LoaderEndToEnd, OtherLegacyPatchEndsSilently) {
@@ -331,11 +282,7 @@ TEST(LoaderEndToEnd, EachFailureEndsWithItsMessage) {
   const std::vector<FailureCase> cases = {
       {"wrong opcode answers the third fragment",
        {"--fault", "wrong-opcode@4"},
-       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-Initialization complete.
+       kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Downloading FWDAT file...
 Send Packet Size = 145 
 Send Packet Size = 269 
@@ -345,41 +292,24 @@ ERROR: QRXFUL received an invalid event from the controller. Either an invalid f
 )T"},
       {"the controller rejects the image",
        {"--fault", "failed-completion"},
-       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-Initialization complete.
+       kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Downloading FWDAT file...
-Send Packet Size = 145 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Send Packet Size = 269 
-Send Packet Size = 269 
-HCI event failed! status: 0x10
+)T" + kSmallImageFrames +
+           R"T(HCI event failed! status: 0x10
 Download incomplete!
 ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware file was suppplied or communication was lost with the controller! Status=12
 )T"},
       {"unknown signature scheme",
        {"--set", "sig-scheme=2"},
-       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-Initialization complete.
+       kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Downloading FWDAT file...
 Download incomplete!
 ERROR: QRXFUL was supplied with an invalid parameter! Status=2
 )T"},
       {"bootloader answer that is not a bootloader's",
        {"--set", "boot-image-type=0"},
-       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
+       kPicked + kTcpVersion + "[OK]\n" +
+           R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
 CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
 CMD: Read Norix Version                  Send Packet Size = 17 
@@ -387,16 +317,7 @@ CMD: Read Norix Version                  Send Packet Size = 17
 EVT: CommandComplete <Norix Version>     [OK]
 ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware file was suppplied or communication was lost with the controller! Status=12
 )T"},
-      {"no firmware anywhere",
-       {},
-       R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-ERROR: QRXFUL was unable to find viable firmware! Status=11
-
-Please copy the Firmware file in custom location C:\Program Files\Norix\Bluetooth 
-)T"},
+      {"no firmware anywhere", {}, kPicked + kTcpVersion + "[OK]\n" + kNoFirmware},
   };
   for (const FailureCase& c : cases) {
     SCOPED_TRACE(c.name);
@@ -416,11 +337,9 @@ Please copy the Firmware file in custom location C:\Program Files\Norix\Bluetoot
 TEST(LoaderEndToEnd, UnreachableServer) {
   LoopbackPeer closed(0, LoopbackPeer::Mode::kBoundOnly);
   E2eBench bench;
-  ExpectRun(
-      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", closed.PortText()}), 255,
-      "Finished sending. Closing socket.\nERROR: Socket Closed failed with error: 9\n",
-      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-ERROR: Unable to connect to server!
+  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", closed.PortText()}), 255,
+            "Finished sending. Closing socket.\nERROR: Socket Closed failed with error: 9\n",
+            kPicked + R"T(ERROR: Unable to connect to server!
 cannot open the port exit
 )T");
 }
@@ -444,61 +363,102 @@ TEST(LoaderEndToEnd, UartDownloadAtASwitchedRate) {
                     Container(kSignedKind, SimulatorKey({"--profile", "tlv-boot"}), image));
   const std::string pty = bench.StartPty({"--profile", "tlv-boot"});
 
-  ExpectRun(
-      bench.RunLoader({"-i", "2", "-h", "2", "-p", pty, "-r", "3000000"}), 0, "",
-      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  [OK]
-EVT: CommandComplete <Norix Version>     [OK]
-CMD: Change Baud Rate (3000000)          [OK]
+  ExpectRun(bench.RunLoader({"-i", "2", "-h", "2", "-p", pty, "-r", "3000000"}), 0, "",
+            kPicked + kUartVersion + "[OK]\n" + R"T(CMD: Change Baud Rate (3000000)          [OK]
 Setting Local Baud Rate to (3000000)     [OK]
 Initialization complete.
 Downloading FWDAT file...
 CMD: Norix HCI Reset                     [OK]
 Download complete.
-Task                      %Time        Time(Sec)
-Switch Baudrate:           #   #
-Windows COM Write:          #   #
-Windows COM Read:           #   #
-Patch Lib (Init):           #   #
-Patch Lib (Get Next):       #   #
-Patch Lib (Process Last):   #   #
-Initialization:             #   #
-Other:                     #   #
-Total:                    #   #
-)T");
+)T" + kUartTimingTable);
   EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
 }
 
 TEST(LoaderEndToEnd, UartRateIsRestoredAfterAFailedDownload) {
   E2eBench bench;
   const std::string pty = bench.StartPty({"--profile", "legacy-boot"});
-  ExpectRun(
-      bench.RunLoader({"-i", "2", "-h", "1", "-p", pty, "-r", "3000000"}), 255, "",
-      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  [OK]
-EVT: CommandComplete <Norix Version>     [OK]
-CMD: Read Secure Boot Params             [OK]
-EVT: CommandComplete <Sec Boot Params>   [OK]
+  ExpectRun(bench.RunLoader({"-i", "2", "-h", "1", "-p", pty, "-r", "3000000"}), 255, "",
+            kPicked + kUartVersion + "[OK]\n" + kUartBoot + R"T([OK]
 CMD: Change Baud Rate (3000000)          [OK]
 Setting Local Baud Rate to (3000000)     [OK]
-ERROR: QRXFUL was unable to find viable firmware! Status=11
-
-Please copy the Firmware file in custom location C:\Program Files\Norix\Bluetooth 
-)T");
+)T" + kNoFirmware);
   EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
 }
 
 TEST(LoaderEndToEnd, SilentUartController) {
   E2eBench bench;
   const std::string pty = bench.StartPty({"--profile", "tlv-boot", "--fault", "silent@1"});
-  ExpectRun(
-      bench.RunLoader({"-i", "2", "-p", pty}), 255, "",
-      R"T(Firmware file will be picked from custom location:'C:\Program Files\Norix\Bluetooth' 
-CMD: Read Norix Version                  [OK]
-EVT: CommandComplete <Norix Version>     ERROR: unable to read data from device
+  ExpectRun(bench.RunLoader({"-i", "2", "-p", pty}), 255, "",
+            kPicked + kUartVersion + R"T(ERROR: unable to read data from device
 [FAIL] Read event failed
 The firmware download cannot proceed because the controller has become unresponsive. Please try power-cycling the controller and/or reissuing the command.
 )T");
+}
+
+struct LinkCase {
+  const char* name;
+  bool overTcp;
+  std::vector<std::string> faults;
+  std::string err;
+};
+
+// The vendor exchanges and both links against a misbehaving controller. No
+// firmware is installed, so a run that gets through ends at the search.
+TEST(LoaderEndToEnd, VendorExchangesOverBothLinksWithFaults) {
+  const std::vector<LinkCase> cases = {
+      {"tcp: vendor event before the version",
+       true,
+       {"unsolicited@1"},
+       kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" + kNoFirmware},
+      {"tcp: late reset answer before the version",
+       true,
+       {"pending-reset@1"},
+       kPicked + kTcpVersion + kResent + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" +
+           kNoFirmware},
+      {"tcp: secure boot query fails",
+       true,
+       {"failed-status@1/fc0d"},
+       kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[FAIL] Invalid event\n" + kNoFirmware},
+      {"tcp: prefix-only message",
+       true,
+       {"prefix-only@1"},
+       kPicked + kTcpVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
+      {"tcp: connection closed",
+       true,
+       {"close@1"},
+       kPicked + kTcpVersion + "ERROR: memcpy_s failed! Error=22\n" + kUnresponsive},
+      {"uart: vendor event before the version",
+       false,
+       {"unsolicited@1"},
+       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
+      {"uart: late reset answer before the version",
+       false,
+       {"pending-reset@1"},
+       kPicked + kUartVersion + kResent + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" +
+           kNoFirmware},
+      {"uart: secure boot query fails",
+       false,
+       {"failed-status@1/fc0d"},
+       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[FAIL] Invalid event\n" + kNoFirmware},
+      {"uart: event split over writes",
+       false,
+       {"split@1"},
+       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
+      {"uart: noise byte on the line", false, {"noise@1"}, kPicked + kUartVersion + kUnresponsive},
+  };
+  for (const LinkCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    E2eBench bench;
+    std::vector<std::string> sim = {"--profile", "legacy-boot"};
+    for (const std::string& fault : c.faults) {
+      sim.push_back("--fault");
+      sim.push_back(fault);
+    }
+    const ProcessResult run =
+        c.overTcp ? bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", bench.StartTcp(sim)})
+                  : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)});
+    ExpectRun(run, 255, c.overTcp ? kFinishedTcp : "", c.err);
+  }
 }
 
 }  // namespace
