@@ -77,18 +77,24 @@ bool ReceiveFragmentEvent(EventBuffer& event, uint32_t* length) {
   return true;
 }
 
-// Every fragment of the acknowledged loop is answered by a Command Complete
-// for it. Only the opcode's low byte is compared, as designed.
-bool FragmentAccepted(const EventBuffer& event, uint32_t length, uint8_t opcodeLow) {
+// The first checks on an awaited event: long enough, and of the awaited code.
+bool EventCodeAccepted(const EventBuffer& event, uint32_t length, uint8_t code) {
   if (length < kMinimumEventLength) {
     ConsolePrintf("Invalid event received! Len: %lu\n", AsUnsignedLong(length));
     return false;
   }
-  if (event[kEventCodeIndex] != kEventCommandComplete) {
+  if (event[kEventCodeIndex] != code) {
     // Prints the packet-type byte, not the event code; intended.
     ConsolePrintf("Unexpected Event Received! Event Code: 0x%02x\n", event[0]);
     return false;
   }
+  return true;
+}
+
+// Every fragment of the acknowledged loop is answered by a Command Complete
+// for it. Only the opcode's low byte is compared, as designed.
+bool FragmentAccepted(const EventBuffer& event, uint32_t length, uint8_t opcodeLow) {
+  if (!EventCodeAccepted(event, length, kEventCommandComplete)) return false;
   if (event[kEventOpcodeLowIndex] != opcodeLow) {
     // No line end; intended.
     ConsolePrintf("Unexpected HCI Event! OCF=0x%02x", event[kEventOpcodeLowIndex]);
@@ -111,15 +117,7 @@ FwLibStatus FinishSignedDownload() {
     ConsolePrintf("QRXBPLRecvCommand is failed!\n");
     return kFwLibInvalidEvent;
   }
-  if (length < kMinimumEventLength) {
-    ConsolePrintf("Invalid event received! Len: %lu\n", AsUnsignedLong(length));
-    return kFwLibInvalidEvent;
-  }
-  if (event[kEventCodeIndex] != kEventVendor) {
-    // Prints the packet-type byte, not the event code; intended.
-    ConsolePrintf("Unexpected Event Received! Event Code: 0x%02x\n", event[0]);
-    return kFwLibInvalidEvent;
-  }
+  if (!EventCodeAccepted(event, length, kEventVendor)) return kFwLibInvalidEvent;
   if (event[kEventFirstParamIndex] != kDownloadDoneEventId) {
     ConsolePrintf("Unexpected HCI ID! Evt ID=0x%02x\n", event[kEventFirstParamIndex]);
     return kFwLibInvalidEvent;
