@@ -223,6 +223,12 @@ void Controller::ApplyFaults(const std::vector<FaultKind>& faults, Packets& pack
       case FaultKind::kClose:
         packets = {{{}, kDeliverClose}};
         break;
+      case FaultKind::kStrayComplete:
+        packets.insert(packets.begin(), {CommandComplete(kOpStrayCommand, kStatusSuccess)});
+        break;
+      case FaultKind::kShortEvent:
+        packets = {{{kH4Event, kEventCommandComplete, 0}}};
+        break;
       case FaultKind::kFailedCompletion:
         break;
     }

@@ -26,6 +26,8 @@ enum class FaultKind : uint8_t {
   kOversize,
   kNoise,
   kClose,
+  kStrayComplete,
+  kShortEvent,
 };
 
 struct FaultKindInfo {
@@ -34,7 +36,7 @@ struct FaultKindInfo {
   std::string_view help;
 };
 
-constexpr std::array<FaultKindInfo, 13> kFaultKinds = {{
+constexpr std::array<FaultKindInfo, 15> kFaultKinds = {{
     {"silent", FaultKind::kSilent, "no answer at all"},
     {"wrong-event", FaultKind::kWrongEvent, "first event's code is 0x0F (0x0E if it was 0x0F)"},
     {"wrong-opcode", FaultKind::kWrongOpcode, "Command Complete names opcode low byte + 1"},
@@ -48,6 +50,9 @@ constexpr std::array<FaultKindInfo, 13> kFaultKinds = {{
     {"oversize", FaultKind::kOversize, "first packet replaced by a 300-byte ACL packet"},
     {"noise", FaultKind::kNoise, "noise byte 0xA5 right before the answer"},
     {"close", FaultKind::kClose, "close the connection / line instead of answering"},
+    {"stray-complete", FaultKind::kStrayComplete,
+     "Command Complete for another command (0x0C03) before the answer"},
+    {"short-event", FaultKind::kShortEvent, "an event without parameters (04 0E 00) instead"},
 }};
 
 std::string_view FaultName(FaultKind kind);

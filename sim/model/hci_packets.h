@@ -34,6 +34,8 @@ constexpr size_t kVendorStatusIndex = 4;
 constexpr uint8_t kVendorIdDownloadDone = 0x06;
 constexpr uint8_t kVendorIdReplayDone = 0x19;
 constexpr uint8_t kVendorIdDebugTrace = 0x2A;  // carries nothing the host needs
+// A command the host did not send, answered late: a stray Command Complete.
+constexpr uint16_t kOpStrayCommand = 0x0C03;
 
 // Commands whose opcode low byte is this are confirmed by a vendor event too.
 constexpr uint8_t kReplayConfirmedOpcodeLow = 0x2F;

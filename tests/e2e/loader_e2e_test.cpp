@@ -261,48 +261,60 @@ struct FailureCase {
   const char* name;
   std::vector<std::string> sim;
   std::string err;
+  bool overTcp = true;
 };
 
 // Each library status a run can reach, with the controller misbehaving or the firmware unfit.
 TEST(LoaderEndToEnd, EachFailureEndsWithItsMessage) {
+  const std::string downloading = "Initialization complete.\nDownloading FWDAT file...\n";
+  const std::string tcpStart = kPicked + kTcpVersion + "[OK]\n" + downloading;
+  const std::string uartStart = kPicked + kUartVersion + "[OK]\n" + downloading;
+  // Up to the third fragment: header and both parts of the key.
+  const std::string tcpThird =
+      tcpStart + "Send Packet Size = 145 \nSend Packet Size = 269 \nSend Packet Size = 21 \n";
+  const std::string incomplete =
+      "Download incomplete!\nERROR: QRXFUL received an invalid event from the controller. Either "
+      "an invalid firmware file was suppplied or communication was lost with the controller! "
+      "Status=12\n";
   const std::vector<FailureCase> cases = {
       {"wrong opcode answers the third fragment",
        {"--fault", "wrong-opcode@4"},
-       kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
-Downloading FWDAT file...
-Send Packet Size = 145 
-Send Packet Size = 269 
-Send Packet Size = 21 
-Unexpected HCI Event! OCF=0x0aDownload incomplete!
-ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware file was suppplied or communication was lost with the controller! Status=12
-)T"},
+       tcpThird + "Unexpected HCI Event! OCF=0x0a" + incomplete},
+      {"wrong event code answers the third fragment",
+       {"--fault", "wrong-event@4"},
+       tcpThird + "Unexpected Event Received! Event Code: 0x04\n" + incomplete},
+      {"the third fragment fails",
+       {"--fault", "failed-status@4"},
+       tcpThird + "HCI Command Complete event failed! status: 0x1f\n" + incomplete},
+      {"an event without parameters",
+       {"--fault", "short-event@4"},
+       tcpThird + "Invalid event received! Len: 3\n" + incomplete},
+      {"connection closed during the download",
+       {"--fault", "close@4"},
+       tcpThird + "ERROR: memcpy_s failed! Error=22\nQRXBPLRecvCommand failed!\n" + incomplete},
       {"the controller rejects the image",
        {"--fault", "failed-completion"},
-       kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
-Downloading FWDAT file...
-)T" + kSmallImageFrames +
-           R"T(HCI event failed! status: 0x10
-Download incomplete!
-ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware file was suppplied or communication was lost with the controller! Status=12
-)T"},
+       tcpStart + kSmallImageFrames + "HCI event failed! status: 0x10\n" + incomplete},
+      {"uart: wrong event code answers a fragment",
+       {"--fault", "wrong-event@4"},
+       uartStart + "Unexpected Event Received! Event Code: 0x04\n" + incomplete,
+       false},
+      {"uart: the controller rejects the image",
+       {"--fault", "failed-completion"},
+       uartStart + "HCI event failed! status: 0x10\n" + incomplete,
+       false},
       {"unknown signature scheme",
        {"--set", "sig-scheme=2"},
-       kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
-Downloading FWDAT file...
-Download incomplete!
-ERROR: QRXFUL was supplied with an invalid parameter! Status=2
-)T"},
+       tcpStart + "Download incomplete!\nERROR: QRXFUL was supplied with an invalid parameter! "
+                  "Status=2\n"},
       {"bootloader answer that is not a bootloader's",
        {"--set", "boot-image-type=0"},
        kPicked + kTcpVersion + "[OK]\n" +
            R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
 CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
-CMD: Read Norix Version                  Send Packet Size = 17 
-[OK]
-EVT: CommandComplete <Norix Version>     [OK]
-ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware file was suppplied or communication was lost with the controller! Status=12
-)T"},
+)T" + kTcpVersion +
+           "[OK]\n" + incomplete.substr(incomplete.find('\n') + 1)},
       {"no firmware anywhere", {}, kPicked + kTcpVersion + "[OK]\n" + kNoFirmware},
   };
   for (const FailureCase& c : cases) {
@@ -314,9 +326,10 @@ ERROR: QRXFUL received an invalid event from the controller. Either an invalid f
       bench.PutFirmware("qrxfw.dat", Container(kSignedKind, SimulatorKey(sim),
                                                BuildTwoBlockImage(kSmallImage, true)));
     }
-    const std::string port = bench.StartTcp(sim);
-    ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port}), 255, kFinishedTcp,
-              c.err);
+    const ProcessResult run =
+        c.overTcp ? bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", bench.StartTcp(sim)})
+                  : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)});
+    ExpectRun(run, 255, c.overTcp ? kFinishedTcp : "", c.err);
   }
 }
 
@@ -384,7 +397,7 @@ The firmware download cannot proceed because the controller has become unrespons
 struct LinkCase {
   const char* name;
   bool overTcp;
-  std::vector<std::string> faults;
+  std::vector<std::string> simArgs;
   std::string err;
 };
 
@@ -392,54 +405,61 @@ struct LinkCase {
 // firmware is installed, so a run that gets through ends at the search.
 TEST(LoaderEndToEnd, VendorExchangesOverBothLinksWithFaults) {
   const std::vector<LinkCase> cases = {
-      {"tcp: vendor event before the version",
+      {"tcp: vendor event and a stray answer before the version",
        true,
-       {"unsolicited@1"},
+       {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
        kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" + kNoFirmware},
       {"tcp: late reset answer before the version",
        true,
-       {"pending-reset@1"},
+       {"--fault", "pending-reset@1"},
        kPicked + kTcpVersion + kResent + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" +
            kNoFirmware},
       {"tcp: secure boot query fails",
        true,
-       {"failed-status@1/fc0d"},
+       {"--fault", "failed-status@1/fc0d"},
        kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[FAIL] Invalid event\n" + kNoFirmware},
       {"tcp: prefix-only message",
        true,
-       {"prefix-only@1"},
+       {"--fault", "prefix-only@1"},
        kPicked + kTcpVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
       {"tcp: connection closed",
        true,
-       {"close@1"},
+       {"--fault", "close@1"},
        kPicked + kTcpVersion + "ERROR: memcpy_s failed! Error=22\n" + kUnresponsive},
-      {"uart: vendor event before the version",
+      {"uart: vendor event and a stray answer before the version",
        false,
-       {"unsolicited@1"},
+       {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
        kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
       {"uart: late reset answer before the version",
        false,
-       {"pending-reset@1"},
+       {"--fault", "pending-reset@1"},
        kPicked + kUartVersion + kResent + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" +
            kNoFirmware},
       {"uart: secure boot query fails",
        false,
-       {"failed-status@1/fc0d"},
+       {"--fault", "failed-status@1/fc0d"},
        kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[FAIL] Invalid event\n" + kNoFirmware},
+      {"uart: secure boot off",
+       false,
+       {"--secure-boot", "off"},
+       kPicked + kUartVersion + "[OK]\n" + kUartBoot +
+           "[OK]\nSecureBoot Disabled. Update Boot Address [OK]\nReset[8] = 00 Reset[9] = 08 "
+           "Reset[10] = 04 Reset[11] = 00 \n" +
+           kNoFirmware},
       {"uart: event split over writes",
        false,
-       {"split@1"},
+       {"--fault", "split@1"},
        kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
-      {"uart: noise byte on the line", false, {"noise@1"}, kPicked + kUartVersion + kUnresponsive},
+      {"uart: noise byte on the line",
+       false,
+       {"--fault", "noise@1"},
+       kPicked + kUartVersion + kUnresponsive},
   };
   for (const LinkCase& c : cases) {
     SCOPED_TRACE(c.name);
     E2eBench bench;
     std::vector<std::string> sim = {"--profile", "legacy-boot"};
-    for (const std::string& fault : c.faults) {
-      sim.push_back("--fault");
-      sim.push_back(fault);
-    }
+    sim.insert(sim.end(), c.simArgs.begin(), c.simArgs.end());
     const ProcessResult run =
         c.overTcp ? bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", bench.StartTcp(sim)})
                   : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)});
