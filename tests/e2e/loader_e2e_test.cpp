@@ -257,6 +257,25 @@ TEST(LoaderEndToEnd, LegacyPatchLevelDecidesWithoutADownload) {
   }
 }
 
+// A full-size image: every fragment reaches the controller, in order.
+TEST(LoaderEndToEnd, AMebibyteImageDownloadsOverTcp) {
+  E2eBench bench;
+  const auto image = BuildTwoBlockImage({.bodyBytes = 1u << 20, .seed = 9, .patchNumber = 0}, true);
+  bench.PutFirmware("qrxfw.dat",
+                    Container(kSignedKind, SimulatorKey({"--profile", "tlv-boot"}), image));
+  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
+
+  const ProcessResult run = bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port});
+  EXPECT_EQ(run.exitStatus, 0);
+  const std::string tail = "[OK]\nDownload complete.\n" + kTcpTimingTable;
+  const std::string err = MaskTimes(run.err);
+  EXPECT_EQ(err.substr(err.size() - std::min(err.size(), tail.size())), tail);
+  const auto sends = ExpectedSecureSends(image, true);
+  EXPECT_GT(sends.size(), 4000u);
+  ExpectLog(bench.CommandLog(),
+            Concat(Concat({kReadVersionLog}, sends), {"01 FC 08 00 00 00 01 00 80 00 00"}));
+}
+
 struct FailureCase {
   const char* name;
   std::vector<std::string> sim;
