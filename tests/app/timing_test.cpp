@@ -5,7 +5,6 @@
 #include <string>
 
 #include "app/options.h"
-#include "platform/clock.h"
 #include "platform/console.h"
 
 namespace qrx {
@@ -43,36 +42,13 @@ const std::string kCommonRows =
     "Other:                     50.960000   1.274000\n"
     "Total:                    100.000000   2.500000\n";
 
-TEST(TimingTable, ShowsEveryStepAsShareAndSecondsOverUart) {
+TEST(TimingTable, ShowsEveryStepAsShareAndSecondsLeavingTheLinkRowsOutOverTcp) {
   ConsoleCapture console;
   PrintTimingTable(KnownRun(), kInterfaceUart, 1e9);
   EXPECT_EQ(console.Err(), kHeader + kUartRows + kCommonRows);
-}
-
-TEST(TimingTable, LeavesTheLinkRowsOutOverTcp) {
-  ConsoleCapture console;
+  console.Clear();
   PrintTimingTable(KnownRun(), kInterfaceTcp, 1e9);
   EXPECT_EQ(console.Err(), kHeader + kCommonRows);
-}
-
-TEST(Timers, AccumulateAcrossStartsAndTheReportStopsTheTotal) {
-  g_runTimers = RunTimers{};
-  StartTimer(RunTimer::kTotal);
-  for (int i = 0; i < 2; ++i) {
-    StartTimer(RunTimer::kComRead);
-    SleepMilliseconds(5);
-    StopTimer(RunTimer::kComRead);
-  }
-  const double frequency = static_cast<double>(PerformanceFrequency());
-  EXPECT_GE(Ticks(g_runTimers, RunTimer::kComRead), 0.009 * frequency);
-
-  ConsoleCapture console;
-  PrintTimingReport(kInterfaceUart);
-  const std::string report = console.Err();
-  EXPECT_GE(Ticks(g_runTimers, RunTimer::kTotal), Ticks(g_runTimers, RunTimer::kComRead));
-  console.Clear();
-  PrintTimingTable(g_runTimers, kInterfaceUart, frequency);
-  EXPECT_EQ(report, console.Err());
 }
 
 }  // namespace

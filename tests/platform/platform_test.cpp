@@ -1,37 +1,44 @@
 #include <gtest/gtest.h>
 
-#include <array>
+#include <cstdlib>
 
-#include "platform/byte_order.h"
 #include "platform/clock.h"
-#include "platform/console.h"
+#include "platform/host_path.h"
 
 namespace qrx {
 namespace {
 
-TEST(ConsoleCapture, KeepsTheTwoStreamsApartAndInOrder) {
-  ConsoleCapture capture;
-  ConsolePrintf("CMD: %-36s", "Read");
-  StdoutPrintf("readcom %d\n", 3);
-  ConsolePrintf("[OK]\n");
-  EXPECT_EQ(capture.Err(), "CMD: Read                                [OK]\n");
-  EXPECT_EQ(capture.Out(), "readcom 3\n");
-}
-
-TEST(ByteOrder, RoundTripsLittleEndianFields) {
-  std::array<uint8_t, 8> bytes{};
-  WriteLe32(bytes, 1, 0x002DC6C0);
-  WriteLe16(bytes, 5, 0xFC09);
-  EXPECT_EQ(bytes, (std::array<uint8_t, 8>{0x00, 0xC0, 0xC6, 0x2D, 0x00, 0x09, 0xFC, 0x00}));
-  EXPECT_EQ(ReadLe32(bytes, 1), 0x002DC6C0u);
-  EXPECT_EQ(ReadLe16(bytes, 5), 0xFC09);
+TEST(HostPath, MapsDrivesAndSeparators) {
+  ::setenv("QRXBPL_DRIVE_C", "/srv/qrx", 1);
+  ::setenv("QRXBPL_DRIVE_E", "/media/e/", 1);
+  ::unsetenv("QRXBPL_DRIVE_D");
+  struct Case {
+    const wchar_t* windows;
+    const char* host;
+  };
+  const Case cases[] = {
+      {L"C:\\\\Program Files\\Norix\\Bluetooth\\qrxfw.dat",
+       "/srv/qrx/Program Files/Norix/Bluetooth/qrxfw.dat"},
+      {L"\\??\\C:\\Program Files\\Norix\\Bluetooth\\Fw.sfi",
+       "/srv/qrx/Program Files/Norix/Bluetooth/Fw.sfi"},
+      {L"\\Program Files (x86)\\Norix\\x64", "/srv/qrx/Program Files (x86)/Norix/x64"},
+      {L"c:fw.bseq", "/srv/qrx/fw.bseq"},
+      {L"D:\\a\\b", "/a/b"},
+      {L"E:\\a", "/media/e/a"},
+      {L".\\Fw.sfi", "./Fw.sfi"},
+      {L"C:\\\x00e9t\x00e9", "/srv/qrx/\xc3\xa9t\xc3\xa9"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(HostPathFromWindows(c.windows), c.host);
+  ::unsetenv("QRXBPL_DRIVE_C");
+  ::unsetenv("QRXBPL_DRIVE_E");
+  EXPECT_EQ(HostPathFromWindows(L"C:\\\\Windows\\x"), "/Windows/x");
 }
 
 TEST(Clock, CounterAdvancesAcrossASleepAtTheStatedFrequency) {
   const int64_t before = PerformanceCounter();
   SleepMilliseconds(20);
-  const double seconds =
-      static_cast<double>(PerformanceCounter() - before) / static_cast<double>(PerformanceFrequency());
+  const double seconds = static_cast<double>(PerformanceCounter() - before) /
+                         static_cast<double>(PerformanceFrequency());
   EXPECT_GE(seconds, 0.019);
   EXPECT_LT(seconds, 5.0);
 }

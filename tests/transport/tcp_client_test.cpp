@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/console.h"
@@ -21,9 +19,6 @@ const Bytes kPoll = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x00, 0x00, 0x00, 0x00,
                      0x08, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x10, 0x27, 0x00, 0x00};
 const Bytes kEvent = {0x04, 0x0E, 0x04, 0x01, 0x05, 0xFC, 0x00};
 const Bytes kOtherEvent = {0x04, 0x0F, 0x04, 0x00, 0x01, 0x09, 0xFC};
-// glibc's look-up codes: unknown service name, unknown host.
-constexpr int kUnknownServiceError = -8;
-constexpr int kUnknownHostError = -2;
 
 Bytes Cat(std::initializer_list<Bytes> parts) {
   Bytes all;
@@ -77,8 +72,6 @@ struct ReceiveCase {
   const char* console;
 };
 
-const Bytes kLongEvent = Cat({{0x04, 0xFF, 0xFF}, Bytes(255, 0x5A)});
-
 const char* const kUnreadable = "ERROR: unable to read data from device\n";
 const char* const kCopyFailed = "ERROR: memcpy_s failed! Error=22\n";
 
@@ -87,19 +80,11 @@ const std::vector<ReceiveCase> kReceiveCases = {
     {"whole event", {Message(kEvent)}, false, 259, true, 7, kEvent, ""},
     {"type byte alone first", {Message({0x04}), Message({0x0E, 0x04, 0x01, 0x05, 0xFC, 0x00})},
      false, 259, true, 7, kEvent, ""},
-    {"header split", {Message({0x04, 0x0E}), Message({0x04, 0x01, 0x05, 0xFC, 0x00})},
-     false, 259, true, 7, kEvent, ""},
     {"two events, first kept", {Message(Cat({kEvent, kOtherEvent}))}, false, 259, true, 7, kEvent, ""},
-    {"acl with 16-bit length", {Message({0x02, 0x01, 0x20, 0x03, 0x00, 0xA1, 0xA2, 0xA3})},
-     false, 259, true, 8, {0x02, 0x01, 0x20, 0x03, 0x00, 0xA1, 0xA2, 0xA3}, ""},
-    {"longest event", {Message(kLongEvent)}, false, 259, true, 258, kLongEvent, ""},
     {"prefix only", {Message({})}, false, 259, false, 0, {}, kUnreadable},
     {"acl of 273", {Message({0x02, 0x01, 0x20, 0x0C, 0x01})}, false, 259, false, 5, {},
      "Message size is too long, size = 273\n"},
-    {"unknown type", {Message({0x05, 0x00, 0x00})}, false, 259, false, 3, {}, ""},
     {"message beyond capacity", {Message(kEvent)}, false, 5, false, 7, Bytes(5, 0), kCopyFailed},
-    {"pieces fit, packet does not", {Message({0x04, 0x0E, 0x04}), Message({0x01, 0x05, 0xFC, 0x00})},
-     false, 5, false, 4, Bytes(5, 0), kCopyFailed},
     {"peer hangs up mid-packet", {Message({0x04, 0x0E})}, true, 259, false, 0xFFFFFFFC, Bytes(259, 0),
      kCopyFailed},
 };
@@ -151,88 +136,6 @@ TEST_F(TcpClient, FramesCommandsUpToTheBufferLimit) {
             "Send Packet Size = 511 \n"
             "ERROR: Send Length is greater than  DEFAULT_BUFLEN\n"
             "ERROR: SendSocketCmd buffer is empty!\n");
-}
-
-TEST_F(TcpClient, StartsEveryCallEmptyAndWaitsPastItsTimeout) {
-  peer_.Run([](LoopbackPeer& p) {
-    if (!p.Accept()) return;
-    p.ReadExact(kPoll.size());
-    p.Send(Message(Cat({kEvent, kOtherEvent})));
-    p.ReadExact(kPoll.size());
-    // Later than the caller's time-out: the client has none on this path.
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    p.Send(Message(kEvent));
-  });
-  Connect(peer_.PortText().c_str());
-  std::array<uint8_t, 259> destination{};
-  uint32_t length = 0;
-  ASSERT_TRUE(ReadSocketEvent(destination.data(), 259, &length, 3000));
-  ASSERT_TRUE(ReadSocketEvent(destination.data(), 259, &length, 20));
-  // The event that came along in the first message is gone.
-  EXPECT_EQ(Bytes(destination.begin(), destination.begin() + length), kEvent);
-  EXPECT_EQ(ReadSocketEvent(nullptr, 259, &length, 3000), false);
-  EXPECT_EQ(console_.Err(), "ERROR: Buffer is invalid!\n");
-  peer_.Join();
-  EXPECT_EQ(peer_.Received(), Repeat(kPoll, 2));
-}
-
-TEST_F(TcpClient, SingleReceiveAndRawSendAreUnframed) {
-  peer_.Run([](LoopbackPeer& p) {
-    if (!p.Accept()) return;
-    if (p.ReadExact(kPoll.size()).size() == kPoll.size()) p.Send(Message(kOtherEvent));
-  });
-  Connect(peer_.PortText().c_str());
-  EXPECT_EQ(SendSocketRaw(kPoll.data(), 25), -1);
-  EXPECT_EQ(SendSocketRaw(kPoll.data(), 24), 24);
-  std::array<uint8_t, 16> destination{};
-  uint32_t length = 0;
-  ASSERT_TRUE(ReceiveSocketMessage(destination.data(), 16, &length, 0));
-  EXPECT_EQ(Bytes(destination.begin(), destination.begin() + length), kOtherEvent);
-  peer_.Join();
-  EXPECT_EQ(peer_.Received(), kPoll);
-  EXPECT_EQ(console_.Err(), "");
-}
-
-TEST_F(TcpClient, ConnectFailuresAndRepeatedCloseReportInTheirWords) {
-  LoopbackPeer refusing(0, LoopbackPeer::Mode::kBoundOnly);
-  ASSERT_TRUE(refusing.Ready());
-  std::array<char, 1024> address{"127.0.0.1"};
-  SetServerAddress(address.data(), address.size());
-  EXPECT_FALSE(ConnectToServer(refusing.PortText().c_str()));
-  EXPECT_FALSE(ConnectToServer("no-such-service"));
-  SetServerAddress(nullptr, 1024);
-  SetServerAddress(address.data(), 1025);
-  SetServerAddress(nullptr, 0);
-  EXPECT_FALSE(ConnectToServer(peer_.PortText().c_str()));  // the address was cleared
-  EXPECT_EQ(console_.Err(),
-            "ERROR: Unable to connect to server!\n"
-            "ERROR: getaddrinfo failed with error: " +
-                std::to_string(kUnknownServiceError) +
-                "\n"
-                "ERROR: memcpy_s failed! Error=16\n"
-                "ERROR: memcpy_s failed! Error=22\n"
-                "ERROR: getaddrinfo failed with error: " +
-                std::to_string(kUnknownHostError) + "\n");
-
-  Connect(peer_.PortText().c_str());
-  CloseServerConnection();
-  CloseServerConnection();
-  EXPECT_EQ(console_.Out(),
-            "Finished sending. Closing socket.\n"
-            "Finished sending. Closing socket.\n"
-            "ERROR: Socket Closed failed with error: 9\n");
-}
-
-TEST_F(TcpClient, WithoutAPortTheDefaultServiceIsUsed) {
-  LoopbackPeer fixed(12360);
-  if (!fixed.Ready()) GTEST_SKIP() << "port 12360 is taken on this machine";
-  bool accepted = false;
-  fixed.Run([&accepted](LoopbackPeer& p) { accepted = p.Accept(); });
-  Connect(nullptr);
-  fixed.Join();
-  CloseServerConnection();
-  EXPECT_TRUE(accepted);
-  EXPECT_EQ(console_.Err(), "");
 }
 
 }  // namespace
