@@ -14,7 +14,7 @@
 #include "image/fw_image.h"
 #include "platform/console.h"
 #include "support/child_process_posix.h"
-#include "support/scratch_dir.h"
+#include "support/temp_dir.h"
 #include "transport/tcp_client.h"
 
 namespace qrx {
@@ -280,10 +280,10 @@ TEST_F(DownloadLoops, SimulatedControllerReceivesExactlyTheImagesCommands) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.profile);
     Fresh();
-    test::ScratchDir dir;
+    test::TempDir dir;
     test::ChildProcess sim;
     ASSERT_TRUE(sim.Start(test::BuildProduct("sim/qrxvps"), {"--port", "0", "--once", "--profile",
-                                                             c.profile, "--log", dir.Path("log")}));
+                                                             c.profile, "--log", dir.Join("log")}));
     const std::string line = sim.ReadLine(5000).value_or("");
     ASSERT_NE(line.find("listening on"), std::string::npos) << "qrxvps did not start: " << line;
     const std::string port = line.substr(line.rfind(':') + 1);
@@ -309,7 +309,7 @@ TEST_F(DownloadLoops, SimulatedControllerReceivesExactlyTheImagesCommands) {
     for (const auto* part : {&c.before, &sent, &c.after}) {
       for (const Packet& command : *part) expected += Hex(command) + "\n";
     }
-    EXPECT_EQ(dir.ReadText("log"), expected);
+    EXPECT_EQ(dir.Read("log"), expected);
   }
 }
 

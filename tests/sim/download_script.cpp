@@ -4,47 +4,32 @@
 
 namespace qrx::test {
 
-namespace {
-
-constexpr uint16_t kSecureSend = 0xFC09;
-
-void Fragment(std::vector<Bytes>& out, uint8_t type, std::span<const uint8_t> data) {
-  Bytes params(1, type);
-  params.insert(params.end(), data.begin(), data.end());
-  out.push_back(Command(kSecureSend, params));
-}
-
-}  // namespace
-
-Bytes Command(uint16_t opcode, std::span<const uint8_t> params) {
-  Bytes command = {static_cast<uint8_t>(opcode), static_cast<uint8_t>(opcode >> 8),
-                   static_cast<uint8_t>(params.size())};
-  command.insert(command.end(), params.begin(), params.end());
-  return command;
-}
-
 Bytes Command(uint16_t opcode, std::initializer_list<uint8_t> params) {
-  return Command(opcode, std::span<const uint8_t>(params.begin(), params.size()));
+  Bytes command(params);
+  command.insert(command.begin(), {static_cast<uint8_t>(opcode), static_cast<uint8_t>(opcode >> 8),
+                                   static_cast<uint8_t>(params.size())});
+  return command;
 }
 
 std::vector<Bytes> SecureSendCommands(std::span<const uint8_t> image, uint8_t scheme) {
   using namespace fwimage;
   std::vector<Bytes> out;
+  const auto fragment = [&](uint8_t type, size_t at, size_t size) {
+    Bytes command = {0x09, 0xFC, static_cast<uint8_t>(size + 1), type};
+    command.insert(command.end(), image.begin() + at, image.begin() + at + size);
+    out.push_back(command);
+  };
   size_t body = kFirstBlockSize;
   if (scheme == 0) {
-    Fragment(out, 0, image.subspan(0, 128));
-    Fragment(out, 3, image.subspan(128, 252));
-    Fragment(out, 3, image.subspan(380, 4));
-    Fragment(out, 2, image.subspan(388, 252));
-    Fragment(out, 2, image.subspan(640, 4));
-    if (image.size() >= kFirstBlockSize + kSecondBlockSize &&
-        image[kFirstBlockSize] == kSecondBlockMarker) {
-      body += kSecondBlockSize;
-    }
+    fragment(0, 0, 128);
+    fragment(3, 128, 252);
+    fragment(3, 380, 4);
+    fragment(2, 388, 252);
+    fragment(2, 640, 4);
   } else {
-    Fragment(out, 0, image.subspan(644, 128));
-    Fragment(out, 3, image.subspan(772, 96));
-    Fragment(out, 2, image.subspan(868, 96));
+    fragment(0, 644, 128);
+    fragment(3, 772, 96);
+    fragment(2, 868, 96);
     body += kSecondBlockSize;
   }
   while (body < image.size()) {
@@ -52,10 +37,26 @@ std::vector<Bytes> SecureSendCommands(std::span<const uint8_t> image, uint8_t sc
     do {
       total += 3 + image[body + total + 2];
     } while (total % 4 != 0);
-    Fragment(out, 1, image.subspan(body, total));
+    fragment(1, body, total);
     body += total;
   }
   return out;
+}
+
+sim::Controller WithFault(const char* spec) {
+  std::string error;
+  sim::FaultPlan plan;
+  plan.Add(sim::ParseFaultSpec(spec, &error).value());
+  return sim::Controller(sim::ConfigForProfile(sim::Profile::kTlvBoot), plan);
+}
+
+std::vector<Sent> Exchange(sim::Controller& controller, std::span<const uint8_t> command) {
+  Bytes h4 = {0x01};
+  h4.insert(h4.end(), command.begin(), command.end());
+  controller.Receive(h4);
+  std::vector<Sent> sent;
+  while (auto packet = controller.PopOutput()) sent.push_back({packet->bytes, packet->delivery});
+  return sent;
 }
 
 }  // namespace qrx::test

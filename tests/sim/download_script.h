@@ -1,24 +1,37 @@
 #pragma once
 
-// Test-side scripts: HCI commands as bytes, and a signed image cut into the
-// Secure Send commands a host sends for it.
+// Test-side scripts: HCI commands as bytes, a signed image cut into the
+// Secure Send commands a host sends for it, and one exchange with the model.
 
 #include <cstdint>
 #include <initializer_list>
 #include <span>
 #include <vector>
 
+#include "model/controller.h"
+
 namespace qrx::test {
 
 using Bytes = std::vector<uint8_t>;
 
 // Opcode, parameter length, parameters.
-Bytes Command(uint16_t opcode, std::span<const uint8_t> params);
 Bytes Command(uint16_t opcode, std::initializer_list<uint8_t> params);
 
-// The Secure Send commands for a signed image: the first block (scheme 0) or
-// the second (scheme 1), then the body in groups of whole commands that
-// close on 4-byte multiples.
+// The Secure Send commands for a signed image: the first block (scheme 0,
+// SFI layout only) or the second (scheme 1, two-block layout), then the body
+// in groups of whole commands that close on 4-byte multiples.
 std::vector<Bytes> SecureSendCommands(std::span<const uint8_t> image, uint8_t scheme);
+
+struct Sent {
+  Bytes bytes;
+  uint8_t delivery = sim::kDeliverPlain;
+  bool operator==(const Sent&) const = default;
+};
+
+// A TLV bootloader that commits one fault; a spec that does not parse fails the test.
+sim::Controller WithFault(const char* spec);
+
+// Sends one command (H4 byte in front) and collects every packet it caused.
+std::vector<Sent> Exchange(sim::Controller& controller, std::span<const uint8_t> command);
 
 }  // namespace qrx::test

@@ -1,154 +1,101 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "download_script.h"
 #include "image/fw_image.h"
 #include "support/child_process_posix.h"
-#include "support/pty_host_posix.h"
-#include "support/scratch_dir.h"
+#include "support/temp_dir.h"
 #include "support/vps_client_posix.h"
+#include "transport/serial_device_posix.h"
 
 namespace qrx::test {
 namespace {
 
 constexpr int kWaitMs = 5000;
 const Bytes kReadVersion = Command(0xFC05, {0xFF});
-const Bytes kReady = {0x04, 0x0E, 0x03, 0x01, 0x00, 0x00};
 const Bytes kFragmentComplete = {0x04, 0x0E, 0x04, 0x01, 0x09, 0xFC, 0x00};
-const Bytes kResetComplete = {0x04, 0x0E, 0x04, 0x01, 0x01, 0xFC, 0x00};
+const std::vector<Bytes> kFragments =
+    SecureSendCommands(fwimage::BuildSfiImage({.bodyBytes = 2000}), 0);
 
-// Starts qrxvps and reads the first line it prints; "" when it did not come.
-std::string StartSim(ChildProcess& sim, std::vector<std::string> args) {
+// Starts qrxvps for one session, logging to dir; what follows the expected
+// start of its first line.
+std::string StartSim(ChildProcess& sim, const TempDir& dir, std::vector<std::string> args,
+                     const std::string& head) {
+  args.insert(args.end(), {"--once", "--log", dir.Join("log")});
   EXPECT_TRUE(sim.Start(BuildProduct("sim/qrxvps"), args));
-  return sim.ReadLine(kWaitMs).value_or("");
-}
-
-uint16_t PortOf(const std::string& line) {
-  const std::string head = "qrxvps: listening on 127.0.0.1:";
+  const std::string line = sim.ReadLine(kWaitMs).value_or("");
   EXPECT_EQ(line.substr(0, head.size()), head);
-  return static_cast<uint16_t>(std::stoi(line.substr(head.size())));
+  return line.substr(std::min(head.size(), line.size()));
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-Bytes Image(bool corrupt) {
-  fwimage::SignedImageSpec spec;
-  spec.bodyBytes = 2000;
-  Bytes image = fwimage::BuildSfiImage(spec);
-  if (corrupt) image[fwimage::kFirstBlockSize + 10] ^= 0x40;
-  return image;
-}
-
-// The whole download over TCP, with the client's writes cut three ways:
-// frame and poll in one write, the frame byte by byte, frame then poll.
 TEST(QrxvpsProcess, SfiDownloadOverTcp) {
   for (const bool corrupt : {false, true}) {
     SCOPED_TRACE(corrupt ? "corrupted body" : "intact body");
-    ScratchDir dir;
+    TempDir dir;
     ChildProcess sim;
-    const uint16_t port = PortOf(StartSim(
-        sim, {"--port", "0", "--once", "--profile", "tlv-op", "--log", dir.Path("commands.log")}));
+    const std::string port = StartSim(sim, dir, {"--port", "0", "--profile", "tlv-boot"},
+                                      "qrxvps: listening on 127.0.0.1:");
     VpsClient client;
-    ASSERT_TRUE(client.Connect(port));
-    EXPECT_EQ(client.Poll(kWaitMs), kReady);
-    client.SendCommand(kReadVersion);
-    EXPECT_EQ(client.Poll(kWaitMs).value_or(Bytes{0, 0, 0}).at(2), 84);
-    client.SendCommand(Command(0xFC01, {1, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(client.Poll(kWaitMs), kResetComplete);
-    EXPECT_EQ(client.Poll(kWaitMs), kReady);
-    client.SendCommand(kReadVersion);
-    EXPECT_EQ(client.Poll(kWaitMs).value_or(Bytes{0, 0, 0}).at(2), 94);
-
-    const std::vector<Bytes> fragments = SecureSendCommands(Image(corrupt), 0);
-    for (size_t i = 0; i < fragments.size(); ++i) {
-      Bytes frame = VpsClient::DataFrame(fragments[i]);
-      if (i % 3 == 0) {
-        const Bytes poll = VpsClient::PollFrame();
-        frame.insert(frame.end(), poll.begin(), poll.end());
-        client.SendRaw(frame);
-      } else if (i % 3 == 1) {
-        for (uint8_t byte : frame) client.SendRaw(Bytes{byte});
-        client.SendPoll();
-      } else {
-        client.SendRaw(frame);
-        client.SendPoll();
-      }
-      ASSERT_EQ(client.ReadMessage(kWaitMs), kFragmentComplete) << i;
+    ASSERT_TRUE(client.Connect(static_cast<uint16_t>(std::stoi("0" + port))));
+    EXPECT_EQ(client.Poll(kWaitMs), (Bytes{0x04, 0x0E, 0x03, 0x01, 0x00, 0x00}));
+    std::vector<Bytes> fragments = kFragments;
+    if (corrupt) fragments[5][14] ^= 0x40;  // a body parameter byte
+    for (const Bytes& fragment : fragments) {
+      client.SendCommand(fragment);
+      ASSERT_EQ(client.Poll(kWaitMs), kFragmentComplete);
     }
-    EXPECT_EQ(client.Poll(kWaitMs),
-              (Bytes{0x04, 0xFF, 0x02, 0x06, uint8_t(corrupt ? 0x04 : 0x00)}));
-    client.SendCommand(Command(0xFC01, {0, 0, 0, 1, 0, 0x80, 0, 0}));
-    EXPECT_EQ(client.Poll(kWaitMs), kResetComplete);
+    EXPECT_EQ(client.Poll(kWaitMs), (Bytes{0x04, 0xFF, 0x02, 0x06, uint8_t(corrupt ? 4 : 0)}));
     client.Close();
     EXPECT_EQ(sim.WaitExit(kWaitMs), 0);
-
-    const auto log = Lines(dir.ReadText("commands.log"));
-    ASSERT_EQ(log.size(), 3 + fragments.size() + 1);
-    EXPECT_EQ(log[0], "05 FC 01 FF");
-    EXPECT_EQ(log[1], "01 FC 08 01 00 00 00 00 00 00 00");
-    EXPECT_EQ(log[3].substr(0, 15), "09 FC 81 00 01 ");
   }
 }
 
-TEST(QrxvpsProcess, CloseFaultEndsTheConnectionAndTermStopsTheServer) {
-  ChildProcess once;
-  const uint16_t port = PortOf(StartSim(once, {"--port", "0", "--once", "--fault", "close@2"}));
-  VpsClient client;
-  ASSERT_TRUE(client.Connect(port));
-  EXPECT_EQ(client.Poll(kWaitMs), kReady);
-  client.SendCommand(kReadVersion);
-  EXPECT_TRUE(client.Poll(kWaitMs).has_value());
-  client.SendCommand(kReadVersion);
-  client.SendPoll();
-  EXPECT_TRUE(client.ServerClosed(kWaitMs));
-  EXPECT_EQ(once.WaitExit(kWaitMs), 0);
-
-  ChildProcess server;
-  PortOf(StartSim(server, {"--port", "0"}));
-  server.Terminate();
-  EXPECT_EQ(server.WaitExit(kWaitMs), 0);
-}
-
-// Over the pty the rate change is real: after Change Baud Rate the host's
-// bytes are lost until it follows the controller to the new rate.
+// Over the pty the rate change is real: after it the host's bytes are lost
+// until the host follows the controller to the new rate.
 TEST(QrxvpsProcess, SfiDownloadOverPtyWithRateChange) {
-  ScratchDir dir;
+  TempDir dir;
   ChildProcess sim;
-  const std::string line = StartSim(sim, {"--pty", "--once", "--profile", "legacy-boot", "--log",
-                                          dir.Path("log"), "--fault", "split/fc05"});
-  ASSERT_EQ(line.substr(0, 18), "qrxvps: pty /dev/p");
-  PtyHost host;
-  ASSERT_TRUE(host.Open(line.substr(12), 115200));
+  const std::string path = StartSim(
+      sim, dir, {"--pty", "--profile", "legacy-boot", "--fault", "split/fc05"}, "qrxvps: pty ");
+  const int fd = SerialOpen(path.c_str());
+  ASSERT_NE(fd, kNoSerialDevice) << path;
+  SerialLineSettings line;
+  const auto setRate = [&](uint32_t rate) {
+    SerialMakeRaw8N1(line, rate);
+    return SerialApplyLine(fd, line);
+  };
+  ASSERT_TRUE(SerialGetLine(fd, line) && setRate(115200));
+  const auto send = [&](const Bytes& command) {
+    Bytes h4 = {0x01};
+    h4.insert(h4.end(), command.begin(), command.end());
+    return SerialWrite(fd, h4.data(), h4.size()) == static_cast<int64_t>(h4.size());
+  };
+  const auto readEvent = [&](int waitMs) {  // one H4 event, or the bytes that came
+    Bytes event(3);
+    size_t got = 0;
+    while (got < event.size()) {
+      const int64_t n = SerialReadAvailable(fd, event.data() + got, event.size() - got, waitMs);
+      if (n <= 0) return Bytes(event.begin(), event.begin() + got);
+      if ((got += n) == 3) event.resize(3 + event[2]);
+    }
+    return event;
+  };
 
-  host.SendCommand(kReadVersion);  // answered in three writes
-  const auto version = host.ReadEvent(kWaitMs);
-  ASSERT_TRUE(version);
-  EXPECT_EQ(version->size(), 16u);
-  EXPECT_EQ(version->at(10), 6);  // the bootloader's firmware variant
-
-  host.SendCommand(Command(0xFC10, {0, 0, 0x00, 0x10, 0x0E, 0x00}));  // 921600
-  EXPECT_TRUE(host.ReadFor(200).empty());
-  host.SendCommand(kReadVersion);  // still at 115200: lost
-  EXPECT_TRUE(host.ReadFor(300).empty());
-  ASSERT_TRUE(host.SetRate(921600));
-
-  for (const Bytes& fragment : SecureSendCommands(Image(false), 0)) {
-    host.SendCommand(fragment);
-    ASSERT_EQ(host.ReadEvent(kWaitMs), kFragmentComplete);
+  ASSERT_TRUE(send(kReadVersion));  // answered in three writes
+  EXPECT_EQ(readEvent(kWaitMs).size(), 16u);
+  send(Command(0xFC10, {0, 0, 0x00, 0x10, 0x0E, 0x00}));  // 921600
+  send(kReadVersion);                                     // still at 115200: lost
+  EXPECT_EQ(readEvent(300), Bytes{});
+  ASSERT_TRUE(setRate(921600));
+  for (const Bytes& fragment : kFragments) {
+    send(fragment);
+    ASSERT_EQ(readEvent(kWaitMs), kFragmentComplete);
   }
-  EXPECT_EQ(host.ReadEvent(kWaitMs), (Bytes{0x04, 0xFF, 0x02, 0x06, 0x00}));
-  host.Close();
+  EXPECT_EQ(readEvent(kWaitMs), (Bytes{0x04, 0xFF, 0x02, 0x06, 0x00}));
+  SerialClose(fd);
   EXPECT_EQ(sim.WaitExit(kWaitMs), 0);
-  const auto log = Lines(dir.ReadText("log"));
-  ASSERT_GE(log.size(), 3u);
-  EXPECT_EQ(log[1], "10 FC 06 00 00 00 10 0E 00");
-  EXPECT_EQ(log[2].substr(0, 9), "09 FC 81 ");  // the lost Read Version never arrived
+  const std::string log = dir.Read("log");
+  EXPECT_EQ(log.substr(0, 39), "05 FC 01 FF\n10 FC 06 00 00 00 10 0E 00\n");
+  EXPECT_EQ(log.substr(39, 9), "09 FC 81 ");  // the lost Read Version never arrived
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // test reads lines from; standard error stays the test's. The destructor
 // kills and reaps it, so no test leaves a process behind.
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,9 +19,8 @@ class ChildProcess {
  public:
   ChildProcess() = default;
   ~ChildProcess();
-  ChildProcess(ChildProcess&& other) noexcept;
-  ChildProcess& operator=(ChildProcess&&) = delete;
   ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
 
   // Starts program with args; false when it could not be started.
   bool Start(const std::string& program, const std::vector<std::string>& args);
@@ -32,9 +32,10 @@ class ChildProcess {
   // Waits for the exit; the exit status, or -1 on time-out or a signal.
   int WaitExit(int timeoutMs);
   void Terminate();  // SIGTERM
-  bool Running();
 
  private:
+  // Appends what the program wrote next; false at the deadline or end of output.
+  bool ReadMore(std::chrono::steady_clock::time_point deadline);
   int pid_ = -1;
   int out_ = -1;
   std::string pending_;

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <vector>
 
 namespace qrx::test {
@@ -40,6 +41,11 @@ std::string TempDir::WriteFile(const std::string& relative, std::span<const uint
             static_cast<std::streamsize>(bytes.size()));
   EXPECT_TRUE(out.good()) << "writing " << file;
   return file.string();
+}
+
+std::string TempDir::Read(const std::string& relative) const {
+  std::ifstream in(Join(relative), std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 std::string TempDir::MakeDirectories(const std::string& relative) const {

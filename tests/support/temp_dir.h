@@ -20,6 +20,8 @@ class TempDir {
   std::string Join(const std::string& relative) const;
   // Writes a file (making its parent directories); returns its path.
   std::string WriteFile(const std::string& relative, std::span<const uint8_t> bytes) const;
+  // A file's whole contents ("" when it cannot be read).
+  std::string Read(const std::string& relative) const;
   std::string MakeDirectories(const std::string& relative) const;
   void Remove(const std::string& relative) const;
 

@@ -92,16 +92,4 @@ std::optional<std::vector<uint8_t>> VpsClient::Poll(int timeoutMs) {
   return ReadMessage(timeoutMs);
 }
 
-bool VpsClient::ServerClosed(int timeoutMs) {
-  pollfd entry{fd_, POLLIN, 0};
-  if (poll(&entry, 1, timeoutMs) <= 0) return false;
-  uint8_t byte;
-  return recv(fd_, &byte, 1, 0) == 0;
-}
-
-bool VpsClient::Quiet(int timeoutMs) {
-  pollfd entry{fd_, POLLIN, 0};
-  return poll(&entry, 1, timeoutMs) == 0;
-}
-
 }  // namespace qrx::test

@@ -34,10 +34,6 @@ class VpsClient {
   std::optional<std::vector<uint8_t>> ReadMessage(int timeoutMs);
   // Poll, then read one message.
   std::optional<std::vector<uint8_t>> Poll(int timeoutMs);
-  // True when the server closes the connection within the time.
-  bool ServerClosed(int timeoutMs);
-  // True when nothing arrives within the time.
-  bool Quiet(int timeoutMs);
 
  private:
   bool ReadExactly(uint8_t* into, size_t count, int timeoutMs);
