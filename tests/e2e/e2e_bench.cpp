@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <fstream>
+#include <sstream>
 #include <regex>
 
 namespace qrx::test {
@@ -73,7 +73,7 @@ void E2eBench::PutFirmware(const std::string& name, std::span<const uint8_t> byt
 
 std::vector<std::string> E2eBench::CommandLog() const {
   std::vector<std::string> lines;
-  std::ifstream log(drive_.Join(kCommandLogName));
+  std::istringstream log(drive_.Read(kCommandLogName));
   for (std::string line; std::getline(log, line);) lines.push_back(line);
   return lines;
 }
