@@ -1,12 +1,37 @@
+#include "hci/vendor_commands.h"
+
+#include <gtest/gtest.h>
+
 #include <array>
+#include <deque>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "scripted_controller.h"
+#include "app/options.h"
+#include "hci/hci_exchange.h"
+#include "platform/console.h"
+#include "support/fake_controller.h"
 
 namespace qrx::test {
 namespace {
+
+// The HCI layer on the UART path (-i 2) with a fake controller behind it.
+class HciLayer : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    g_runOptions = RunOptions{};
+    g_runOptions.interface = kInterfaceUart;
+    SetActiveTransport(&controller);
+  }
+  void TearDown() override {
+    SetActiveTransport(nullptr);
+    RestoreResetTemplate();
+  }
+  FakeController controller;
+  ConsoleCapture console;
+};
 
 const std::string kVersion =
     "CMD: Read Norix Version                  [OK]\n"
@@ -76,13 +101,14 @@ TEST_F(HciLayer, VendorExchangesPrintTheirStepsSendTheirBytesAndJudgeTheAnswers)
     const auto& c = cases[i];
     RestoreResetTemplate();
     controller = {};
-    controller.answers = c.answers;
-    controller.failSend = c.failSend;
+    for (const auto& [result, hex] : c.answers)
+      controller.answers.push_back({PacketFromHex(hex), result});
+    if (c.failSend) controller.failSendFrom = 0;
     console.Clear();
     event.fill(0);
     EXPECT_EQ(c.run(), c.result);
     EXPECT_EQ(console.Err(), c.transcript);
-    EXPECT_EQ(controller.sent, c.sent);
+    EXPECT_EQ(controller.SentHex(), c.sent);
     EXPECT_EQ(controller.answers.size(), c.unread);
     if (&c.run == &version) {
       EXPECT_EQ(event[4] == 0x05 && event[9] == 0x06, c.result);  // the answer stays
