@@ -2,231 +2,114 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <span>
 
-#include "fwlib/image_context.h"
+#include "fwlib_fixture.h"
 #include "image/fw_image.h"
 
-namespace qrx {
+namespace qrx::test {
 namespace {
-
-using testing::ImageContext;
-using Command = std::vector<uint8_t>;
-using Iterator = FwLibStatus (*)(FwLibContext*, uint8_t*, uint32_t*);
-
-struct Walk {
-  std::vector<Command> commands;
-  FwLibStatus end = kFwLibSuccess;  // the first status other than 0
-};
-
-Walk WalkAll(FwLibContext& context, uint32_t capacity = 258, Iterator next = GetNextCommand) {
-  Walk walk;
-  std::array<uint8_t, 300> buffer{};
-  for (;;) {
-    uint32_t length = capacity;
-    walk.end = next(&context, buffer.data(), &length);
-    if (walk.end != kFwLibSuccess) {
-      EXPECT_EQ(length, walk.end == kFwLibImageExhausted ? capacity : 0u);
-      return walk;
-    }
-    walk.commands.emplace_back(buffer.begin(), buffer.begin() + length);
-  }
-}
 
 // Secure Send of image bytes [from, from + size).
 struct Fragment {
   uint8_t type;
   size_t from, size;
 };
-const std::vector<Fragment> kFirstBlock = {
-    {0x00, 0, 128}, {0x03, 128, 252}, {0x03, 380, 4}, {0x02, 388, 252}, {0x02, 640, 4}};
-const std::vector<Fragment> kSecondBlock = {{0x00, 644, 128}, {0x03, 772, 96}, {0x02, 868, 96}};
-
-Command SecureSend(std::span<const uint8_t> image, const Fragment& f) {
-  Command command = {0x09, 0xFC, static_cast<uint8_t>(f.size + 1), f.type};
+Bytes SecureSend(std::span<const uint8_t> image, const Fragment& f) {
+  Bytes command = {0x09, 0xFC, static_cast<uint8_t>(f.size + 1), f.type};
   command.resize(4 + f.size);
   std::copy_n(image.begin() + f.from, f.size, command.begin() + 4);
   return command;
 }
 
-const fwimage::SignedImageSpec kSpec = {.bodyBytes = 2400, .seed = 11};
+const fwimage::SignedImageSpec kSpec = {.seed = 11};
 
-TEST(SignedIterators, WalkEachLayoutAndReassembleIt) {
-  const auto dual = fwimage::BuildTwoBlockImage(kSpec, true);
-  const std::vector<uint8_t> cut(dual.begin(), dual.begin() + 900);
+// Body commands with these parameter lengths.
+Bytes Body(std::initializer_list<uint8_t> paramLengths) {
+  Bytes body;
+  for (uint8_t length : paramLengths) {
+    body.insert(body.end(), {0x8E, 0xFC, length});
+    body.resize(body.size() + length, length);
+  }
+  return body;
+}
+
+// The block the scheme chooses, then the body in groups of whole commands
+// that close on a 4-byte multiple within 252 bytes.
+TEST(SignedIterators, SendTheChosenBlockThenTheBodyInGroups) {
+  const std::vector<Fragment> first = {
+      {0x00, 0, 128}, {0x03, 128, 252}, {0x03, 380, 4}, {0x02, 388, 252}, {0x02, 640, 4}};
+  const std::vector<Fragment> second = {{0x00, 644, 128}, {0x03, 772, 96}, {0x02, 868, 96}};
+  const auto then = [](std::vector<Fragment> block, std::vector<Fragment> body) {
+    block.insert(block.end(), body.begin(), body.end());
+    return block;
+  };
+  const Bytes body28 = Body({4, 4, 8, 0});
+  const auto dual = fwimage::BuildTwoBlockImage(kSpec, true, body28);
+  const auto sfi = [](const Bytes& body) { return fwimage::BuildSfiImage(kSpec, body); };
   struct Case {
     const char* name;
-    std::vector<uint8_t> image;
+    Bytes image;
     uint8_t tlv, scheme;
-    const std::vector<Fragment>& block;
-    size_t bodyStart;
+    std::vector<Fragment> sent;  // the walk stops where the last one ends
     FwLibStatus end = kFwLibImageExhausted;
   };
+  // clang-format off
   const Case cases[] = {
-      {"sfi", fwimage::BuildSfiImage(kSpec), 0, 0, kFirstBlock, 644},
-      {"block only", fwimage::BuildSfiImage(kSpec, {}), 0, 0, kFirstBlock, 644},
-      {"two blocks, scheme 0", dual, 1, 0, kFirstBlock, 964},
-      {"two blocks, scheme 1", dual, 1, 1, kSecondBlock, 964},
-      {"no second block, scheme 0", fwimage::BuildTwoBlockImage(kSpec, false), 1, 0, kFirstBlock,
-       644},
-      {"marked second block cut at 900", cut, 1, 0, kFirstBlock, 900, kFwLibInvalidEvent},
+      {"644-byte image", sfi({}), 0, 0, first},
+      {"28-byte group", sfi(body28), 0, 0, then(first, {{1, 644, 28}})},
+      {"4 then 252", sfi(Body({1, 249})), 0, 0, then(first, {{1, 644, 4}, {1, 648, 252}})},
+      {"cannot close within 252", sfi(Body({246, 2})), 0, 0, first, kFwLibInvalidEvent},
+      {"last group cannot close", sfi(Body({1, 0})), 0, 0, then(first, {{1, 644, 4}}),
+       kFwLibInvalidEvent},
+      {"two blocks, scheme 0", dual, 1, 0, then(first, {{1, 964, 28}})},
+      {"two blocks, scheme 1", dual, 1, 1, then(second, {{1, 964, 28}})},
+      {"short two-block image", fwimage::BuildTwoBlockImage(kSpec, false, body28), 1, 0,
+       then(first, {{1, 644, 28}})},
   };
+  // clang-format on
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     ImageContext ctx(c.image, 0, c.tlv, c.scheme);
     const Walk walk = WalkAll(ctx.context);
+    std::vector<Bytes> expected;
+    for (const Fragment& f : c.sent) expected.push_back(SecureSend(c.image, f));
+    EXPECT_EQ(walk.commands, expected);
     EXPECT_EQ(walk.end, c.end);
-    EXPECT_EQ(ctx.Offset(), c.end == kFwLibImageExhausted ? c.image.size() : 644u);
-    ASSERT_GE(walk.commands.size(), c.block.size());
-    Command body;
-    for (size_t i = 0; i < walk.commands.size(); ++i) {
-      const Command& command = walk.commands[i];
-      if (i < c.block.size()) {
-        EXPECT_EQ(command, SecureSend(c.image, c.block[i])) << i;
-        continue;
-      }
-      // A body fragment: the Secure Send framing of its own data, type 0x01.
-      EXPECT_EQ(command, SecureSend(command, {0x01, 4, command.size() - 4})) << i;
-      EXPECT_EQ(command.size() % 4, 0u);
-      body.insert(body.end(), command.begin() + 4, command.end());
-    }
-    EXPECT_EQ(body, Command(c.image.begin() + c.bodyStart, c.image.end()));
+    EXPECT_EQ(Get(ctx.context.imageOffset), c.sent.back().from + c.sent.back().size);
   }
 }
 
-TEST(SignedIterators, BodyGroupsCloseOnFourByteMultiplesWithin252) {
-  struct Case {
-    std::vector<uint8_t> paramLengths;  // one body command each
-    size_t cut;                         // bytes removed from the body's end
-    std::vector<size_t> groups;
-    FwLibStatus end;
-  };
-  // clang-format off
-  const Case cases[] = {
-      {{4, 4, 8, 0}, 0, {28}, kFwLibImageExhausted}, {{1, 249}, 0, {4, 252}, kFwLibImageExhausted},
-      {{0, 0, 0, 0}, 0, {12}, kFwLibImageExhausted}, {{250}, 0, {}, kFwLibInvalidEvent},
-      {{248, 0}, 0, {}, kFwLibInvalidEvent},         {{246, 2}, 0, {}, kFwLibInvalidEvent},
-      {{1, 0}, 0, {4}, kFwLibInvalidEvent},          {{1, 0}, 1, {4}, kFwLibInvalidEvent},
-      {{8}, 2, {}, kFwLibInvalidEvent},
-  };
-  // clang-format on
-
-  for (const Case& c : cases) {
-    Command body;
-    for (uint8_t length : c.paramLengths) {
-      body.insert(body.end(), {0x8E, 0xFC, length});
-      body.resize(body.size() + length, length);
-    }
-    body.resize(body.size() - c.cut);
-    ImageContext ctx(fwimage::BuildSfiImage(kSpec, body));
-    const Walk walk = WalkAll(ctx.context, 258, NextSfiCommand);
-    std::vector<size_t> groups;
-    size_t sent = 644;
-    for (size_t i = 5; i < walk.commands.size(); ++i) {
-      groups.push_back(walk.commands[i].size() - 4);
-      sent += groups.back();
-    }
-    SCOPED_TRACE(::testing::PrintToString(c.paramLengths));
-    EXPECT_EQ(walk.end, c.end);
-    EXPECT_EQ(groups, c.groups);
-    EXPECT_EQ(ctx.Offset(), sent);  // a refused group moves nothing
-  }
-}
-
-TEST(SignedIterators, AStageWhoseFragmentFailsIsNotRetried) {
-  ImageContext ctx(fwimage::BuildSfiImage(kSpec));
-  std::array<uint8_t, 300> buffer{};
-  uint32_t length = 131;  // one byte short of the header fragment
-  EXPECT_EQ(NextSfiCommand(&ctx.context, buffer.data(), &length), kFwLibInvalidEvent);
-  EXPECT_EQ(length, 0u);
-  const Walk walk = WalkAll(ctx.context);
-  ASSERT_FALSE(walk.commands.empty());
-  EXPECT_EQ(walk.commands[0], SecureSend(ctx.image, {0x03, 0, 252}));
-}
-
-TEST(Iterators, RefuseBadArgumentsModesStagesAndSchemes) {
+TEST(Iterators, RefuseWhatTheyCannotServe) {
+  Bytes longest = {0x01, 0x8E, 0xFC, 0xFF};  // a 258-byte command
+  longest.resize(259, 0x5A);
+  const Bytes eventsOnly = {2, 0x0E, 4, 1, 0x8E, 0xFC, 0, 2, 0xFF, 2, 0x19, 0};
   struct Case {
     const char* name;
-    uint8_t mode, tlv, scheme, stage;
-    uint32_t capacity, magic, offset;
-    FwLibStatus expected;
-  };
-  constexpr uint32_t kTag = kFwLibContextMagic;
-  // clang-format off
-  const Case cases[] = {
-      {"no iterator for mode 2", 2, 0, 0, 0, 258, kTag, 0, kFwLibInvalidEvent},
-      {"zero capacity",          0, 0, 0, 0, 0, kTag, 0, kFwLibInvalidParameter},
-      {"signed, capacity 3",     0, 0, 0, 0, 3, kTag, 0, kFwLibInvalidParameter},
-      {"wrong tag",              0, 0, 0, 0, 258, 0, 0, kFwLibInvalidParameter},
-      {"scheme 2",               0, 1, 2, 0, 258, kTag, 0, kFwLibInvalidParameter},
-      {"scheme 0, stage 6",      0, 1, 0, 6, 258, kTag, 0, kFwLibInvalidParameter},
-      {"scheme 1, stage 4",      0, 1, 1, 4, 258, kTag, 0, kFwLibInvalidParameter},
-      {"one block, stage 6",     0, 0, 0, 6, 258, kTag, 0, kFwLibInvalidEvent},
-      {"position past the end",  1, 0, 0, 0, 259, kTag, 5000, kFwLibInvalidEvent},
-  };
-  // clang-format on
-  for (const Case& c : cases) {
-    ImageContext ctx(fwimage::BuildTwoBlockImage(kSpec, true), c.mode, c.tlv, c.scheme);
-    ctx.context.signatureStage = c.stage;
-    ctx.context.magic = c.magic;
-    ctx.context.imageOffset = c.offset;
-    std::array<uint8_t, 300> buffer{};
-    uint32_t length = c.capacity;
-    EXPECT_EQ(GetNextCommand(&ctx.context, buffer.data(), &length), c.expected) << c.name;
-    EXPECT_EQ(length, 0u) << c.name;
-    EXPECT_EQ(ctx.Offset(), c.offset) << c.name;
-  }
-  uint32_t length = 258;
-  EXPECT_EQ(GetNextCommand(nullptr, nullptr, &length), kFwLibInvalidParameter);
-  EXPECT_EQ(length, 0u);
-}
-
-TEST(BseqIterator, HandsOnCommandsAndRefusesMalformedRecords) {
-  const auto commands = fwimage::SampleBseqCommands(12, 5);
-  ImageContext whole(fwimage::BuildBseqImage(commands, true), 1);
-  const Walk walk = WalkAll(whole.context, 259);
-  ASSERT_EQ(walk.commands.size(), commands.size());
-  for (size_t i = 0; i < commands.size(); ++i) {
-    Command expected = {static_cast<uint8_t>(commands[i].opcode),
-                        static_cast<uint8_t>(commands[i].opcode >> 8),
-                        static_cast<uint8_t>(commands[i].params.size())};
-    expected.insert(expected.end(), commands[i].params.begin(), commands[i].params.end());
-    EXPECT_EQ(walk.commands[i], expected) << i;
-  }
-
-  Command longest = {0x01, 0x8E, 0xFC, 0xFF};
-  longest.resize(259, 0x5A);
-  struct Case {
-    Command image;
+    Bytes image;
+    uint8_t mode;
     uint32_t capacity;
-    FwLibStatus expected;
-    uint32_t offsetAfter;
+    FwLibStatus end;
+    size_t commands;
+    uint32_t offset;  // where the walk stops
   };
   // clang-format off
   const Case cases[] = {
-      {{0x02, 0x0E, 0x04, 0x01, 0x8E, 0xFC, 0x00, 0x02, 0xFF, 0x02, 0x19, 0x00}, 259,
-       kFwLibImageExhausted, 12},                                  // event records only
-      {{0x03, 0x00, 0x00}, 259, kFwLibInvalidEvent, 0},            // unknown record
-      {{0x02, 0x0E}, 259, kFwLibInvalidEvent, 0},                  // event header cut
-      {{0x02, 0x0E, 0x05, 0x01}, 259, kFwLibInvalidEvent, 0},      // event parameters cut
-      {{0x01, 0x8E}, 259, kFwLibInvalidEvent, 1},                  // command header cut
-      {{0x01, 0x8E, 0xFC, 0x05, 0xAA}, 259, kFwLibInvalidEvent, 1},  // parameters cut
-      {{0x01, 0x8E, 0xFC, 0x00}, 2, kFwLibInvalidEvent, 1},        // capacity under 3
-      {longest, 257, kFwLibInvalidEvent, 1},                       // longer than the buffer
-      {longest, 258, kFwLibSuccess, 259},
+      {"no iterator for mode 2", fwimage::BuildSfiImage(kSpec), 2, 258, 12, 0, 0},
+      {"bseq: event records only", eventsOnly, 1, 259, 4, 0, 12},
+      {"bseq: command over capacity", longest, 1, 257, 12, 0, 1},
+      {"bseq: command at capacity", longest, 1, 258, 4, 1, 259},
   };
   // clang-format on
-
   for (const Case& c : cases) {
-    ImageContext ctx(c.image, 1);
-    std::array<uint8_t, 300> buffer{};
-    uint32_t length = c.capacity;
-    EXPECT_EQ(NextBseqCommand(&ctx.context, buffer.data(), &length), c.expected);
-    EXPECT_EQ(length, c.expected == kFwLibSuccess          ? 258u
-                      : c.expected == kFwLibImageExhausted ? c.capacity
-                                                           : 0u);
-    EXPECT_EQ(ctx.Offset(), c.offsetAfter);
+    SCOPED_TRACE(c.name);
+    ImageContext ctx(c.image, c.mode);
+    const Walk walk = WalkAll(ctx.context, c.capacity);
+    EXPECT_EQ(walk.end, c.end);
+    EXPECT_EQ(walk.commands.size(), c.commands);
+    EXPECT_EQ(Get(ctx.context.imageOffset), c.offset);
   }
 }
 
@@ -234,16 +117,16 @@ TEST(BseqIterator, HandsOnCommandsAndRefusesMalformedRecords) {
 // each walk ends in a status, and (under the sanitizers) reads nothing
 // outside the image.
 TEST(Iterators, DamagedImagesEndInAStatus) {
-  const std::vector<std::vector<uint8_t>> sources = {
+  const std::vector<Bytes> sources = {
       fwimage::BuildSfiImage({.bodyBytes = 700}),
       fwimage::BuildTwoBlockImage({.bodyBytes = 700}, true),
       fwimage::BuildBseqImage(fwimage::SampleBseqCommands(8, 3), true)};
-  const auto walkEveryWay = [](const std::vector<uint8_t>& image, uint8_t scheme) {
+  const auto walkEveryWay = [](const Bytes& image, uint8_t scheme) {
     for (uint8_t mode = 0; mode < 4; ++mode) {
       ImageContext ctx(image, mode % 2, mode / 2, scheme);
-      const Walk walk = WalkAll(ctx.context, 255);
-      ASSERT_LE(ctx.Offset(), image.size());
-      for (const Command& c : walk.commands) ASSERT_LE(c.size(), 255u);
+      const Walk walk = WalkAll(ctx.context);
+      ASSERT_LE(Get(ctx.context.imageOffset), image.size());
+      for (const Bytes& c : walk.commands) ASSERT_LE(c.size(), 258u);
     }
   };
   for (const auto& source : sources) {
@@ -262,4 +145,4 @@ TEST(Iterators, DamagedImagesEndInAStatus) {
 }
 
 }  // namespace
-}  // namespace qrx
+}  // namespace qrx::test

@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstdio>
 #include <deque>
-#include <sstream>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,105 +12,107 @@
 #include "app/options.h"
 #include "hci/hci_exchange.h"
 #include "platform/console.h"
-#include "transport/hci_api.h"
+#include "support/fake_controller.h"
 
-namespace qrx {
+namespace qrx::test {
 namespace {
 
-using Answers = std::deque<std::pair<int32_t, std::string>>;
-
-// The HCI layer on the UART path (-i 2) with the fixture as the controller.
-// Each receive takes the next scripted answer: the transport result and the
-// packet as hex text (none left reads as silence, -1). Every command sent is
-// kept as one line of hex text.
-class HciLayer : public ::testing::Test, public IBtHciAPI {
+// The HCI layer on the UART path (-i 2) with a fake controller behind it.
+class HciLayer : public ::testing::Test {
  protected:
   void SetUp() override {
-    g_runOptions = RunOptions{.interface = kInterfaceUart};
-    SetActiveTransport(this);
+    g_runOptions = RunOptions{};
+    g_runOptions.interface = kInterfaceUart;
+    SetActiveTransport(&controller);
   }
   void TearDown() override {
     SetActiveTransport(nullptr);
     RestoreResetTemplate();
   }
-  int32_t SendCommand(const uint8_t* command, uint32_t length) override {
-    for (uint32_t i = 0; i < length; ++i) {
-      char hex[4];
-      std::snprintf(hex, sizeof hex, i + 1 < length ? "%02X " : "%02X\n", command[i]);
-      sent += hex;
-    }
-    return static_cast<int32_t>(length + 1);
-  }
-  int32_t ReceivePacket(uint8_t* destination, uint32_t* length, uint32_t) override {
-    if (answers.empty()) return -1;
-    std::istringstream hex(answers.front().second);
-    *length = 0;
-    for (unsigned byte = 0; hex >> std::hex >> byte;) destination[(*length)++] = uint8_t(byte);
-    const int32_t result = answers.front().first;
-    answers.pop_front();
-    return result;
-  }
-  int8_t Open(int32_t) override { return 0; }
-  void Close() override {}
-  void SetLocalBaudRate(uint32_t) override {}
-  int32_t SwitchBaudRate(uint8_t, uint32_t, uint8_t, uint8_t) override { return 0; }
-
-  Answers answers;
-  std::string sent;
+  FakeController controller;
   ConsoleCapture console;
 };
 
 const std::string kVersion =
-    "CMD: Read Norix Version                  [OK]\nEVT: CommandComplete <Norix Version>     ";
+    "CMD: Read Norix Version                  [OK]\n"
+    "EVT: CommandComplete <Norix Version>     ";
 const std::string kParams =
-    "CMD: Read Secure Boot Params             [OK]\nEVT: CommandComplete <Sec Boot Params>   ";
-const std::string kResetOk = "CMD: Norix HCI Reset                     [OK]\n";
-const std::string kVersionAnswer = "04 0E 07 01 05 FC 00 37 00 06", kVersionSent = "05 FC 01 FF\n";
-const std::string kParamsSent = "0D FC 00\n", kResetAt8000 = "01 FC 08 00 00 00 01 00 80 00 00\n";
+    "CMD: Read Secure Boot Params             [OK]\n"
+    "EVT: CommandComplete <Sec Boot Params>   ";
+const std::string kReset = "CMD: Norix HCI Reset                     ";
+const char* const kVersionAnswer = "04 0E 07 01 05 FC 00 37 00 06";
+const char* const kVersionSent = "05 FC 01 FF\n";
+const char* const kParamsSent = "0D FC 00\n";
+const char* const kDdcSent = "8B FC 04 03 86 01 01\n";
 
 TEST_F(HciLayer, VendorExchangesPrintTheirStepsSendTheirBytesAndJudgeTheAnswers) {
-  const struct {
-    bool params;  // Read Secure Boot Params and the boot-address reset, else Read Version
-    Answers answers;
-    bool result;
+  std::array<uint8_t, kEventBufferSize> event{};
+  const std::function<bool()> version = [&] { return ReadVersion(event.data()); };
+  // The boot-address reset after the parameters shows where the address ended up.
+  const std::function<bool()> params = [] {
+    return ReadSecureBootParams(), SendVendorReset(false), true;
+  };
+  const std::function<bool()> toBootloader = [] { return SendVendorReset(true), true; };
+  const std::function<bool()> ddc = [] { return WriteDdcCceBlock(); };
+  const std::string resetOk = kReset + "[OK]\n", paramsHead = kParamsSent;
+  const std::string resetAt8000 = "01 FC 08 00 00 00 01 00 80 00 00\n";
+  struct {
+    const std::function<bool()>& run;
+    std::deque<std::pair<int32_t, std::string>> answers;
+    bool failSend, result;
     std::string transcript, sent;
-  } cases[] = {
+    size_t unread = 0;
+  } const cases[] = {
       // clang-format off
-      {false, {{0, kVersionAnswer}}, true, kVersion + "[OK]\n", kVersionSent},
-      {false, {{0, "04 FF 02 19 00"}, {0, "04 0E 04 01 0D FC 00"}, {9, kVersionAnswer}}, true,
-       kVersion + "[OK]\n", kVersionSent},
-      // The answer to a reset still pending sends the command again.
-      {false, {{0, "04 0E 04 01 01 FC 00"}, {0, kVersionAnswer}}, true,
+      {version, {{0, kVersionAnswer}}, false, true, kVersion + "[OK]\n", kVersionSent},
+      {version, {{0, "04 FF 02 19 00"}, {0, "04 0E 04 01 0D FC 00"}, {9, kVersionAnswer}}, false,
+       true, kVersion + "[OK]\n", kVersionSent},
+      {version, {{0, "04 0E 04 01 01 FC 00"}, {0, kVersionAnswer}}, false, true,
        kVersion + "[FAIL] Received Unexpected Event\n" + kVersion + "[OK]\n",
-       kVersionSent + kVersionSent},
-      {false, {}, false, kVersion + "[FAIL] Read event failed\n", kVersionSent},
-      // The reset shows where the boot address ended up.
-      {true, {{0, "04 0E 0A 01 0D FC 00 00 00 00 00 00 00"}, {0, "04 FF 00"}}, true,
+       std::string(kVersionSent) + kVersionSent},
+      {version, {}, false, false, kVersion + "[FAIL] Read event failed\n", kVersionSent},
+      {version, {{0, ""}}, false, false, kVersion + "[FAIL] Cannot read from device. Exit\n",
+       kVersionSent},
+      {version, {}, true, false,
+       "CMD: Read Norix Version                  [FAIL] Send command failed\n", ""},
+      {params, {{0, "04 0E 0A 01 0D FC 00 00 00 00 00 00 00"}, {0, "04 FF 00"}}, false, true,
        kParams + "[OK]\nSecureBoot Disabled. Update Boot Address [OK]\n"
-                 "Reset[8] = 00 Reset[9] = 08 Reset[10] = 04 Reset[11] = 00 \n" + kResetOk,
-       kParamsSent + "01 FC 08 00 00 00 01 00 08 04 00\n"},
-      {true, {{0, "04 0E 0A 01 0D FC 00 00 00 00 00 00 01"}}, true, kParams + "[OK]\n" + kResetOk,
-       kParamsSent + kResetAt8000},
-      {true, {{0, "04 0E 0A 01 0D FC 11 00 00 00 00 00 00"}}, true,
-       kParams + "[FAIL] Invalid event\n" + kResetOk, kParamsSent + kResetAt8000},
+                 "Reset[8] = 00 Reset[9] = 08 Reset[10] = 04 Reset[11] = 00 \n" + resetOk,
+       paramsHead + "01 FC 08 00 00 00 01 00 08 04 00\n"},
+      {params, {{0, "04 0E 0A 01 0D FC 00 00 00 00 00 00 01"}}, false, true,
+       kParams + "[OK]\n" + resetOk, paramsHead + resetAt8000},
+      {params, {{0, "04 0E 0A 01 0D FC 11 00 00 00 00 00 00"}}, false, true,
+       kParams + "[FAIL] Invalid event\n" + resetOk, paramsHead + resetAt8000},
+      {params, {{0, "04 0E 0A 01 05 FC 00 00 00 00 00 00 00"}}, false, true,
+       kParams + "[FAIL] Invalid event\n" + resetOk, paramsHead + resetAt8000},
+      {params, {}, false, true, kParams + "[FAIL] Read event failed\n" + resetOk,
+       paramsHead + resetAt8000},
+      {toBootloader, {{0, "04 0E 04 01 01 FC 00"}, {0, kVersionAnswer}}, false, true, resetOk,
+       "01 FC 08 01 00 00 00 00 00 00 00\n", 1},
+      {toBootloader, {}, true, true, kReset + "[FAIL] Send command failed\n", ""},
+      {ddc, {{0, "04 FF 00"}, {0, "04 0E 04 01 05 FC 00"}, {0, "04 0E 04 01 8B FC 00"},
+             {0, kVersionAnswer}}, false, false, "", kDdcSent, 1},
+      {ddc, {{0, "04 FF 00"}}, false, false, "", kDdcSent},
+      {ddc, {{0, "04 FF 00"}}, true, false, "", "", 1},
       // clang-format on
   };
-  for (const auto& c : cases) {
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    SCOPED_TRACE(i);
+    const auto& c = cases[i];
     RestoreResetTemplate();
-    answers = c.answers;
-    sent.clear();
+    controller = {};
+    for (const auto& [result, hex] : c.answers)
+      controller.answers.push_back({PacketFromHex(hex), result});
+    if (c.failSend) controller.failSendFrom = 0;
     console.Clear();
-    std::array<uint8_t, kEventBufferSize> event{};
-    if (c.params) {
-      ReadSecureBootParams();
-      SendVendorReset(false);
-    } else {
-      EXPECT_EQ(ReadVersion(event.data()), c.result) << c.transcript;
+    event.fill(0);
+    EXPECT_EQ(c.run(), c.result);
+    EXPECT_EQ(console.Err(), c.transcript);
+    EXPECT_EQ(controller.SentHex(), c.sent);
+    EXPECT_EQ(controller.answers.size(), c.unread);
+    if (&c.run == &version) {
       EXPECT_EQ(event[4] == 0x05 && event[9] == 0x06, c.result);  // the answer stays
     }
-    EXPECT_EQ(console.Err(), c.transcript);
-    EXPECT_EQ(sent, c.sent);
-    EXPECT_TRUE(answers.empty());
   }
 }
 
@@ -155,4 +156,4 @@ TEST_F(HciLayer, DecideDownloadAnswersAndExplainsForEveryKindOfVersionAnswer) {
 }
 
 }  // namespace
-}  // namespace qrx
+}  // namespace qrx::test
