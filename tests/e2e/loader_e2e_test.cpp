@@ -198,36 +198,66 @@ Download complete.
 }
 
 TEST(LoaderEndToEnd, BdDataGoesDownTheBseqPathInManufacturerMode) {
-  E2eBench bench;
   // A legacy ROM part (hardware variant below 11) in operational firmware.
   const std::vector<std::string> sim = {"--profile",     "legacy-op", "--set",
                                         "hw-variant=10", "--set",     "fw-variant=0x23"};
-  auto commands = fwimage::SampleBseqCommands(6, 3);
-  const auto bseq = fwimage::BuildBseqImage(commands, true);
+  const auto bseq = fwimage::BuildBseqImage(fwimage::SampleBseqCommands(6, 3), true);
   // The patch-level check reads the byte after the first record's "command";
   // a non-zero value there is a newer patch than the controller's none.
   ASSERT_GT(bseq.size(), 255u);
   ASSERT_NE(bseq[255], 0);
-  bench.PutFirmware("370a102301200f1400.bseq", bseq);
-  const std::string port = bench.StartTcp(sim);
-
-  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-bd"}), 0, kFinishedTcp,
-            kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
+  const std::string start = kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Downloading BSEQ file...
 CMD: Enter Manufacturer Mode             Send Packet Size = 18 
 [OK]
 EVT: CommandComplete <Manufacturer Mode> [OK]
+BSEQ fragment #0 downloading...
 Send Packet Size = 16 
+BSEQ fragment download complete.
+BSEQ fragment #1 downloading...
 Send Packet Size = 271 
+)T";
+  const struct {
+    std::vector<std::string> faults;
+    int exitStatus;
+    std::string rest;
+  } cases[] = {
+      {{},
+       0,
+       R"T(BSEQ fragment download complete.
+BSEQ fragment #2 downloading...
 Send Packet Size = 88 
+BSEQ fragment download complete.
+BSEQ fragment #3 downloading...
 Send Packet Size = 41 
+BSEQ fragment download complete.
+BSEQ fragment #4 downloading...
 Send Packet Size = 143 
+BSEQ fragment download complete.
+BSEQ fragment #5 downloading...
 Send Packet Size = 179 
+BSEQ fragment download complete.
+BSEQ fragment #6 downloading...
 CMD: Exit Manufacturer Mode              Send Packet Size = 18 
 [OK]
 EVT: CommandComplete <Manufacturer Mode> [OK]
 Download complete.
-)T" + kTcpTimingTable);
+)T" + kTcpTimingTable},
+      {{"--fault", "failed-status@4"},
+       255,
+       "Unexpected HCI Event! OCF=0x8e, status=0x1f\nDownload incomplete!\nERROR: QRXFUL received "
+       "an invalid event from the controller. Either an invalid firmware file was suppplied or "
+       "communication was lost with the controller! Status=12\n"},
+  };
+  for (const auto& c : cases) {
+    E2eBench bench;
+    bench.PutFirmware("370a102301200f1400.bseq", bseq);
+    std::vector<std::string> args = sim;
+    args.insert(args.end(), c.faults.begin(), c.faults.end());
+    const std::string port = bench.StartTcp(args);
+    ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-bd", "-v"}),
+              c.exitStatus, kFinishedTcp, start + c.rest);
+  }
 }
 
 // A legacy ROM part whose patch is current needs nothing; one that carries
