@@ -1,26 +1,22 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <optional>
+#include <utility>
 
 #include "platform/clock.h"
 #include "platform/host_path.h"
+#include "support/scoped_env.h"
 
 namespace qrx {
 namespace {
 
 TEST(HostPath, MapsDrivesAndSeparators) {
-  ::setenv("QRXBPL_DRIVE_C", "/srv/qrx", 1);
-  ::setenv("QRXBPL_DRIVE_E", "/media/e/", 1);
-  ::unsetenv("QRXBPL_DRIVE_D");
-  struct Case {
-    const wchar_t* windows;
-    const char* host;
-  };
-  const Case cases[] = {
-      {L"C:\\\\Program Files\\Norix\\Bluetooth\\qrxfw.dat",
-       "/srv/qrx/Program Files/Norix/Bluetooth/qrxfw.dat"},
-      {L"\\??\\C:\\Program Files\\Norix\\Bluetooth\\Fw.sfi",
-       "/srv/qrx/Program Files/Norix/Bluetooth/Fw.sfi"},
+  ScopedEnv driveC("QRXBPL_DRIVE_C", "/srv/qrx");
+  ScopedEnv driveD("QRXBPL_DRIVE_D", std::nullopt);
+  ScopedEnv driveE("QRXBPL_DRIVE_E", "/media/e/");
+  const std::pair<const wchar_t*, const char*> cases[] = {
+      {L"C:\\\\Program Files\\qrxfw.dat", "/srv/qrx/Program Files/qrxfw.dat"},
+      {L"\\??\\C:\\Norix\\Fw.sfi", "/srv/qrx/Norix/Fw.sfi"},
       {L"\\Program Files (x86)\\Norix\\x64", "/srv/qrx/Program Files (x86)/Norix/x64"},
       {L"c:fw.bseq", "/srv/qrx/fw.bseq"},
       {L"D:\\a\\b", "/a/b"},
@@ -28,10 +24,7 @@ TEST(HostPath, MapsDrivesAndSeparators) {
       {L".\\Fw.sfi", "./Fw.sfi"},
       {L"C:\\\x00e9t\x00e9", "/srv/qrx/\xc3\xa9t\xc3\xa9"},
   };
-  for (const auto& c : cases) EXPECT_EQ(HostPathFromWindows(c.windows), c.host);
-  ::unsetenv("QRXBPL_DRIVE_C");
-  ::unsetenv("QRXBPL_DRIVE_E");
-  EXPECT_EQ(HostPathFromWindows(L"C:\\\\Windows\\x"), "/Windows/x");
+  for (const auto& [windows, host] : cases) EXPECT_EQ(HostPathFromWindows(windows), host);
 }
 
 TEST(Clock, CounterAdvancesAcrossASleepAtTheStatedFrequency) {
