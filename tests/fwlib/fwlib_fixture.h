@@ -5,6 +5,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fwlib/fragment_iterators.h"
@@ -17,22 +18,15 @@
 namespace qrx::test {
 
 using Bytes = std::vector<uint8_t>;
-
-struct ContextRelease {
-  void operator()(FwLibContext* context) const { FwLibRelease(context); }
-};
-using ContextPtr = std::unique_ptr<FwLibContext, ContextRelease>;
+using ContextPtr = std::unique_ptr<FwLibContext, decltype(&FwLibRelease)>;
 
 // Packed fields are compared by value; gtest would bind references to them.
-template <typename T>
-T Get(T value) {
-  return value;
-}
+inline constexpr auto Get = [](auto field) { return field; };
 
 inline ContextPtr Classified(const Bytes& answer) {
   FwLibContext* context = nullptr;
   EXPECT_EQ(FwLibClassify(answer.data(), static_cast<uint8_t>(answer.size()), &context), 0u);
-  return ContextPtr(context);
+  return ContextPtr(context, FwLibRelease);
 }
 
 // Legacy answer: platform, hardware variant, hardware revision, firmware
@@ -50,24 +44,20 @@ inline Bytes TlvAnswer(size_t length, uint8_t imageType) {
   return answer;
 }
 
-// A context over an image the test holds, as a loader leaves it: position 0,
-// stage 0, a long version answer carrying the signature scheme.
+// A context over an image the test holds, as a loader leaves it (position 0,
+// stage 0), with a long version answer carrying the signature scheme.
 struct ImageContext {
   explicit ImageContext(Bytes bytes, uint8_t isOperational = 0, uint8_t isTlvForm = 0,
                         uint8_t scheme = 0)
       : image(std::move(bytes)) {
     version[kSignatureSchemeIndex] = scheme;
-    context = {.magic = kFwLibContextMagic,
-               .versionData = version.data(),
-               .versionLength = static_cast<uint8_t>(version.size()),
-               .isTlvForm = isTlvForm,
-               .imageBorrowed = 1,
-               .isOperational = isOperational,
-               .imageSize = static_cast<uint32_t>(image.size()),
-               .signatureStage = 0,
-               .imageOffset = 0,
-               .imageData = image.data(),
-               .imageBuffer = image.data()};
+    // clang-format off
+    context = {.magic = kFwLibContextMagic, .versionData = version.data(),
+               .versionLength = kTlvBootloaderVersionLength, .isTlvForm = isTlvForm,
+               .imageBorrowed = 1, .isOperational = isOperational,
+               .imageSize = static_cast<uint32_t>(image.size()), .signatureStage = 0,
+               .imageOffset = 0, .imageData = image.data(), .imageBuffer = image.data()};
+    // clang-format on
   }
   ImageContext(const ImageContext&) = delete;
 
@@ -77,21 +67,14 @@ struct ImageContext {
 };
 
 // Every command an iterator hands out, and the first status other than 0.
-struct Walk {
+inline std::pair<std::vector<Bytes>, FwLibStatus> WalkAll(FwLibContext& context,
+                                                          uint32_t capacity = 258) {
   std::vector<Bytes> commands;
-  FwLibStatus end = kFwLibSuccess;
-};
-inline Walk WalkAll(FwLibContext& context, uint32_t capacity = 258) {
-  Walk walk;
   std::array<uint8_t, 300> buffer{};
-  for (;;) {
-    uint32_t length = capacity;
-    walk.end = GetNextCommand(&context, buffer.data(), &length);
-    if (walk.end != kFwLibSuccess) {
-      EXPECT_EQ(length, walk.end == kFwLibImageExhausted ? capacity : 0u);
-      return walk;
-    }
-    walk.commands.emplace_back(buffer.begin(), buffer.begin() + length);
+  for (uint32_t length = capacity;; length = capacity) {
+    const FwLibStatus status = GetNextCommand(&context, buffer.data(), &length);
+    if (status != 0) return {commands, status};
+    commands.emplace_back(buffer.data(), buffer.data() + length);
   }
 }
 
@@ -102,7 +85,7 @@ struct Entry {
   Bytes key;
   Bytes image = {};
 };
-inline Bytes Container(const std::vector<Entry>& rows) {
+inline Bytes Container(const std::vector<Entry>& rows, const fwimage::FwdatSpec& header = {}) {
   std::vector<fwimage::FwdatEntrySpec> entries(rows.size());
   for (size_t i = 0; i < rows.size(); ++i) {
     entries[i].kindByte = rows[i].kind;
@@ -110,13 +93,12 @@ inline Bytes Container(const std::vector<Entry>& rows) {
     entries[i].image = rows[i].image;
     if (rows[i].image.empty()) entries[i].image = Bytes(i + 1, static_cast<uint8_t>(0xC0 + i));
   }
-  return fwimage::BuildFwdat(entries);
+  return fwimage::BuildFwdat(entries, header);
 }
 
 // Drive C is a fresh temporary directory for each test.
 class DriveFixture : public ::testing::Test {
  protected:
-  const std::string kOwnHostFolder = "Program Files/Norix/Bluetooth/";
   TempDir drive_;
   ScopedEnv driveC_{"QRXBPL_DRIVE_C", drive_.Path()};
 };
