@@ -11,8 +11,6 @@
 #include <cstdlib>
 #include <thread>
 
-extern char** environ;
-
 namespace qrx::test {
 
 namespace {
@@ -127,14 +125,11 @@ void ChildProcess::Terminate() {
 ProcessResult RunProcess(const std::vector<std::string>& argv, const Environment& env,
                          int timeoutMs) {
   ChildProcess child;
-  ProcessResult result;
-  if (!child.Spawn(argv, env, true)) return result;
-  result.out = child.ReadAll(timeoutMs);
-  result.err = std::move(child.texts_[1]);
+  if (!child.Spawn(argv, env, true)) return {};
+  std::string out = child.ReadAll(timeoutMs);
   // Output still open at the deadline: a hang, which the destructor kills.
   const bool ended = child.pipes_[0] < 0 && child.pipes_[1] < 0;
-  result.exitStatus = child.WaitExit(ended ? timeoutMs : 0);
-  return result;
+  return {child.WaitExit(ended ? timeoutMs : 0), std::move(out), std::move(child.texts_[1])};
 }
 
 }  // namespace qrx::test

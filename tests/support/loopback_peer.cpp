@@ -44,8 +44,8 @@ bool LoopbackPeer::Accept(int timeoutMs) {
 }
 
 std::vector<uint8_t> LoopbackPeer::ReadExact(size_t n, int timeoutMs) {
-  std::vector<uint8_t> bytes(n);
-  bytes.resize(connection_ < 0 ? 0 : TimedRead(connection_, bytes.data(), n, timeoutMs));
+  const std::vector<uint8_t> bytes =
+      connection_ < 0 ? std::vector<uint8_t>{} : TimedRead(connection_, n, timeoutMs);
   received_.insert(received_.end(), bytes.begin(), bytes.end());
   return bytes;
 }

@@ -37,9 +37,7 @@ PtyPeer::~PtyPeer() {
 }
 
 std::vector<uint8_t> PtyPeer::Read(size_t count, int timeoutMs) {
-  std::vector<uint8_t> bytes(count);
-  bytes.resize(test::TimedRead(master_, bytes.data(), count, timeoutMs));
-  return bytes;
+  return test::TimedRead(master_, count, timeoutMs);
 }
 
 bool PtyPeer::Write(std::span<const uint8_t> bytes) {

@@ -39,9 +39,8 @@ std::string TempDir::Read(const std::string& relative) const {
 }
 
 std::string TempDir::MakeDirectories(const std::string& relative) const {
-  const std::string directory = Join(relative);
-  std::filesystem::create_directories(directory);
-  return directory;
+  std::filesystem::create_directories(Join(relative));
+  return Join(relative);
 }
 
 void TempDir::Remove(const std::string& relative) const {

@@ -30,11 +30,11 @@ bool VpsClient::Connect(uint16_t port, bool noDelay) {
 }
 
 std::vector<uint8_t> VpsClient::DataFrame(std::span<const uint8_t> command) {
-  std::vector<uint8_t> frame(13, 0);  // type 1, then the byte count from offset 12
+  std::vector<uint8_t> frame(13 + command.size(), 0);  // type 1, then the byte count from offset 12
   WriteLe32(frame, 0, 1);
   WriteLe32(frame, 4, static_cast<uint32_t>(5 + command.size()));
   frame[12] = 0x01;
-  frame.insert(frame.end(), command.begin(), command.end());
+  std::copy(command.begin(), command.end(), frame.begin() + 13);
   return frame;
 }
 
@@ -48,10 +48,11 @@ bool VpsClient::Send(std::span<const uint8_t> bytes) {
 }
 
 std::optional<std::vector<uint8_t>> VpsClient::Poll(int timeoutMs) {
-  uint8_t prefix[4];
-  if (!Send(PollFrame()) || TimedRead(fd_, prefix, 4, timeoutMs) != 4) return std::nullopt;
-  std::vector<uint8_t> body(ReadLe32(prefix, 0));
-  if (TimedRead(fd_, body.data(), body.size(), timeoutMs) != body.size()) return std::nullopt;
+  if (!Send(PollFrame())) return std::nullopt;
+  const std::vector<uint8_t> prefix = TimedRead(fd_, 4, timeoutMs);
+  if (prefix.size() != 4) return std::nullopt;
+  std::vector<uint8_t> body = TimedRead(fd_, ReadLe32(prefix, 0), timeoutMs);
+  if (body.size() != ReadLe32(prefix, 0)) return std::nullopt;
   return body;
 }
 
