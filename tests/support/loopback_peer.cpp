@@ -12,8 +12,6 @@ namespace qrx::test {
 
 LoopbackPeer::LoopbackPeer(uint16_t port, Mode mode) {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int on = 1;
-  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);

@@ -68,14 +68,11 @@ sent (SFI, or two-block with scheme 0): 5 Secure Send commands, 660 bytes (0.64 
 
 TEST(Inspect, ContainerShowsDirectoryAndEachEntrysImage) {
   const std::vector<BseqCommand> commands = {{0xFC8E, {1, 2, 3}}, {0xFC2F, {}}};
+  const std::vector<uint8_t> bseq = BuildBseqImage(commands, true);
   // Kind byte, reserved byte, match key, image; placed one after the other.
-  const std::vector<FwdatEntrySpec> entries = {{0x08,
-                                                0x00,
-                                                MatchKey(std::vector<uint8_t>{0x37, 0x10, 0x01}),
-                                                BuildBseqImage(commands, true),
-                                                {},
-                                                {}},
-                                               {0x02, 0x7E, {}, {1, 2, 3}, {}, {}}};
+  const std::vector<FwdatEntrySpec> entries = {
+      {0x08, 0x00, MatchKey(std::vector<uint8_t>{0x37, 0x10, 0x01}), bseq, {}, {}},
+      {0x02, 0x7E, {}, {1, 2, 3}, {}, {}}};
   EXPECT_EQ(Inspect(BuildFwdat(entries)), R"(status 0
 file      FILE, 83 bytes (0.08 KiB)
 layout    FWDAT container: magic 0xFE33, format byte 0x01, 2 entries
