@@ -30,7 +30,7 @@ bool Matches(std::string_view arg, std::string_view name) {
 
 FaultPlan MakeFaultPlan(const std::vector<FaultSpec>& faults) {
   FaultPlan plan;
-  for (const FaultSpec& spec : faults) plan.Add(spec);
+  for (const FaultSpec& rule : faults) plan.Add(rule);
   return plan;
 }
 
@@ -102,9 +102,9 @@ bool ParseSimOptions(int argc, const char* const* argv, SimOptions* options, std
         *error = "--fault needs a fault";
         return false;
       }
-      const auto spec = ParseFaultSpec(*text, error);
-      if (!spec) return false;
-      o.faults.push_back(*spec);
+      const auto rule = ParseFaultSpec(*text, error);
+      if (!rule) return false;
+      o.faults.push_back(*rule);
     } else {
       *error = "unknown option '" + std::string(arg) + "'";
       return false;

@@ -12,7 +12,7 @@ std::string_view FaultName(FaultKind kind) {
 }
 
 std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string* error) {
-  FaultSpec spec;
+  FaultSpec rule;
   std::string_view rest = text;
   if (const size_t slash = rest.find('/'); slash != std::string_view::npos) {
     std::string_view op = rest.substr(slash + 1);
@@ -22,27 +22,27 @@ std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string* erro
       *error = "bad opcode in fault '" + std::string(text) + "'";
       return std::nullopt;
     }
-    spec.opcode = static_cast<uint16_t>(*value);
+    rule.opcode = static_cast<uint16_t>(*value);
     rest = rest.substr(0, slash);
   }
   if (const size_t at = rest.find('@'); at != std::string_view::npos) {
     const std::string_view where = rest.substr(at + 1);
     if (where == "*") {
-      spec.every = true;
+      rule.every = true;
     } else {
       const std::optional<uint64_t> n = ParseNumber(where);
       if (!n || *n == 0 || *n > 0xFFFFFFFF) {
         *error = "bad count in fault '" + std::string(text) + "'";
         return std::nullopt;
       }
-      spec.occurrence = static_cast<uint32_t>(*n);
+      rule.occurrence = static_cast<uint32_t>(*n);
     }
     rest = rest.substr(0, at);
   }
   for (const FaultKindInfo& info : kFaultKinds) {
     if (info.name != rest) continue;
-    spec.kind = info.kind;
-    return spec;
+    rule.kind = info.kind;
+    return rule;
   }
   *error = "unknown fault '" + std::string(rest) + "'";
   return std::nullopt;
@@ -50,15 +50,15 @@ std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string* erro
 
 bool FaultPlan::Fires(Armed& armed) {
   ++armed.seen;
-  return armed.spec.every || armed.seen == armed.spec.occurrence;
+  return armed.rule.every || armed.seen == armed.rule.occurrence;
 }
 
 std::vector<FaultKind> FaultPlan::OnCommand(uint16_t opcode) {
   std::vector<FaultKind> firing;
   for (Armed& armed : faults_) {
-    if (armed.spec.kind == FaultKind::kFailedCompletion) continue;
-    if (armed.spec.opcode && *armed.spec.opcode != opcode) continue;
-    if (Fires(armed)) firing.push_back(armed.spec.kind);
+    if (armed.rule.kind == FaultKind::kFailedCompletion) continue;
+    if (armed.rule.opcode && *armed.rule.opcode != opcode) continue;
+    if (Fires(armed)) firing.push_back(armed.rule.kind);
   }
   return firing;
 }
@@ -66,7 +66,7 @@ std::vector<FaultKind> FaultPlan::OnCommand(uint16_t opcode) {
 bool FaultPlan::CompletionFails() {
   bool fails = false;
   for (Armed& armed : faults_) {
-    if (armed.spec.kind == FaultKind::kFailedCompletion && Fires(armed)) fails = true;
+    if (armed.rule.kind == FaultKind::kFailedCompletion && Fires(armed)) fails = true;
   }
   return fails;
 }

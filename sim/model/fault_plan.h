@@ -69,7 +69,7 @@ std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string* erro
 
 class FaultPlan {
  public:
-  void Add(const FaultSpec& spec) { faults_.push_back({spec, 0}); }
+  void Add(const FaultSpec& rule) { faults_.push_back({rule, 0}); }
   bool Empty() const { return faults_.empty(); }
 
   // Called once per received command; returns the faults that fire on it.
@@ -79,7 +79,7 @@ class FaultPlan {
 
  private:
   struct Armed {
-    FaultSpec spec;
+    FaultSpec rule;
     uint32_t seen;
   };
   bool Fires(Armed& armed);

@@ -1,7 +1,5 @@
 #include "download_script.h"
 
-#include "image/fw_image.h"
-
 namespace qrx::test {
 
 Bytes Command(uint16_t opcode, std::initializer_list<uint8_t> params) {
@@ -12,51 +10,32 @@ Bytes Command(uint16_t opcode, std::initializer_list<uint8_t> params) {
 }
 
 std::vector<Bytes> SecureSendCommands(std::span<const uint8_t> image, uint8_t scheme) {
-  using namespace fwimage;
-  std::vector<Bytes> out;
-  const auto fragment = [&](uint8_t type, size_t at, size_t size) {
-    Bytes command = {0x09, 0xFC, static_cast<uint8_t>(size + 1), type};
-    command.insert(command.end(), image.begin() + at, image.begin() + at + size);
-    out.push_back(command);
+  struct Piece {
+    uint8_t type;
+    size_t at, size;
   };
-  size_t body = kFirstBlockSize;
-  if (scheme == 0) {
-    fragment(0, 0, 128);
-    fragment(3, 128, 252);
-    fragment(3, 380, 4);
-    fragment(2, 388, 252);
-    fragment(2, 640, 4);
-  } else {
-    fragment(0, 644, 128);
-    fragment(3, 772, 96);
-    fragment(2, 868, 96);
-    body += kSecondBlockSize;
+  std::vector<Piece> pieces = {{0, 0, 128}, {3, 128, 252}, {3, 380, 4}, {2, 388, 252}, {2, 640, 4}};
+  if (scheme != 0) pieces = {{0, 644, 128}, {3, 772, 96}, {2, 868, 96}};
+  size_t at = pieces.back().at + pieces.back().size;
+  for (size_t size = 0; at < image.size(); at += size, size = 0) {
+    do size += 3 + image[at + size + 2];
+    while (size % 4 != 0);
+    pieces.push_back({1, at, size});
   }
-  while (body < image.size()) {
-    size_t total = 0;
-    do {
-      total += 3 + image[body + total + 2];
-    } while (total % 4 != 0);
-    fragment(1, body, total);
-    body += total;
+  std::vector<Bytes> commands;
+  for (const auto& [type, from, size] : pieces) {
+    commands.push_back({0x09, 0xFC, static_cast<uint8_t>(size + 1), type});
+    commands.back().insert(commands.back().end(), image.begin() + from,
+                           image.begin() + from + size);
   }
-  return out;
+  return commands;
 }
 
-sim::Controller WithFault(const char* spec) {
+sim::Controller WithFault(const char* rule) {
   std::string error;
   sim::FaultPlan plan;
-  plan.Add(sim::ParseFaultSpec(spec, &error).value());
+  plan.Add(sim::ParseFaultSpec(rule, &error).value());
   return sim::Controller(sim::ConfigForProfile(sim::Profile::kTlvBoot), plan);
-}
-
-std::vector<Sent> Exchange(sim::Controller& controller, std::span<const uint8_t> command) {
-  Bytes h4 = {0x01};
-  h4.insert(h4.end(), command.begin(), command.end());
-  controller.Receive(h4);
-  std::vector<Sent> sent;
-  while (auto packet = controller.PopOutput()) sent.push_back({packet->bytes, packet->delivery});
-  return sent;
 }
 
 }  // namespace qrx::test

@@ -1,7 +1,7 @@
 #pragma once
 
 // Test-side scripts: HCI commands as bytes, a signed image cut into the
-// Secure Send commands a host sends for it, and one exchange with the model.
+// Secure Send commands a host sends for it, and a model with one fault.
 
 #include <cstdint>
 #include <initializer_list>
@@ -22,16 +22,7 @@ Bytes Command(uint16_t opcode, std::initializer_list<uint8_t> params);
 // in groups of whole commands that close on 4-byte multiples.
 std::vector<Bytes> SecureSendCommands(std::span<const uint8_t> image, uint8_t scheme);
 
-struct Sent {
-  Bytes bytes;
-  uint8_t delivery = sim::kDeliverPlain;
-  bool operator==(const Sent&) const = default;
-};
-
-// A TLV bootloader that commits one fault; a spec that does not parse fails the test.
-sim::Controller WithFault(const char* spec);
-
-// Sends one command (H4 byte in front) and collects every packet it caused.
-std::vector<Sent> Exchange(sim::Controller& controller, std::span<const uint8_t> command);
+// A TLV bootloader that commits one fault; a rule that does not parse fails the test.
+sim::Controller WithFault(const char* rule);
 
 }  // namespace qrx::test

@@ -1,8 +1,8 @@
 #pragma once
 
 // A program of the build started by a test: its standard output is a pipe the
-// test reads lines from; standard error stays the test's. The destructor
-// kills and reaps it, so no test leaves a process behind.
+// test reads; standard error stays the test's unless RunProcess collects it.
+// The destructor kills and reaps it, so no test leaves a process behind.
 
 #include <chrono>
 #include <optional>
@@ -14,34 +14,6 @@ namespace qrx::test {
 
 // Path of a build product, from QRX_BUILD_DIR (set by ctest), e.g. "sim/qrxvps".
 std::string BuildProduct(const std::string& relative);
-
-class ChildProcess {
- public:
-  ChildProcess() = default;
-  ~ChildProcess();
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-
-  // Starts program with args; false when it could not be started.
-  bool Start(const std::string& program, const std::vector<std::string>& args);
-  // One line of its standard output without the line end; nullopt on time-out
-  // or end of output.
-  std::optional<std::string> ReadLine(int timeoutMs);
-  // All standard output until it ends (or the time-out passes).
-  std::string ReadAll(int timeoutMs);
-  // Waits for the exit; the exit status, or -1 on time-out or a signal.
-  int WaitExit(int timeoutMs);
-  void Terminate();  // SIGTERM
-
- private:
-  // Appends what the program wrote next; false at the deadline or end of output.
-  bool ReadMore(std::chrono::steady_clock::time_point deadline);
-  int pid_ = -1;
-  int out_ = -1;
-  std::string pending_;
-  int status_ = -1;
-  bool reaped_ = false;
-};
 
 struct ProcessResult {
   int exitStatus = -1;  // -1 when it could not start or had to be killed
@@ -55,5 +27,37 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 // both streams. Killed after the time limit so a hang fails the test.
 ProcessResult RunProcess(const std::vector<std::string>& argv, const Environment& env = {},
                          int timeoutMs = 60000);
+
+class ChildProcess {
+ public:
+  ChildProcess() = default;
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  // Starts program with args; false when it could not be started.
+  bool Start(const std::string& program, std::vector<std::string> args) {
+    args.insert(args.begin(), program);
+    return Spawn(std::move(args), {}, false);
+  }
+  // One line of its standard output without the line end; nullopt on time-out
+  // or end of output.
+  std::optional<std::string> ReadLine(int timeoutMs);
+  // All standard output until it ends (or the time-out passes).
+  std::string ReadAll(int timeoutMs);
+  // Waits for the exit; the exit status, or -1 on time-out or a signal.
+  int WaitExit(int timeoutMs);
+  void Terminate();  // SIGTERM
+
+ private:
+  friend ProcessResult RunProcess(const std::vector<std::string>&, const Environment&, int);
+  bool Spawn(std::vector<std::string> argv, const Environment& env, bool collectErr);
+  // Appends what came next on either stream; false at the deadline or when both ended.
+  bool ReadMore(std::chrono::steady_clock::time_point deadline);
+  int pid_ = -1;
+  int status_ = -1;
+  int pipes_[2] = {-1, -1};  // standard output, collected standard error
+  std::string texts_[2];
+};
 
 }  // namespace qrx::test

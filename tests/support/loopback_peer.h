@@ -27,9 +27,7 @@ class LoopbackPeer {
   LoopbackPeer(const LoopbackPeer&) = delete;
   LoopbackPeer& operator=(const LoopbackPeer&) = delete;
 
-  // False when the port could not be taken (e.g. a fixed port already in use).
-  bool Ready() const { return listener_ >= 0; }
-  uint16_t Port() const { return port_; }
+  // "0" when the port could not be taken (e.g. a fixed port already in use).
   std::string PortText() const { return std::to_string(port_); }
 
   bool Accept(int timeoutMs = kDefaultTimeoutMs);

@@ -35,9 +35,6 @@ class PtyPeer {
 
   // Sends to the host; true when every byte went.
   bool Write(std::span<const uint8_t> bytes);
-  bool Write(std::initializer_list<uint8_t> bytes) {
-    return Write(std::span<const uint8_t>(bytes.begin(), bytes.size()));
-  }
   // Waits until at least `count` written bytes are waiting for the host to
   // read them (delivery to the slave is asynchronous).
   bool WaitUntilHostHas(size_t count, int timeoutMs = 2000);

@@ -6,31 +6,21 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <vector>
 
 namespace qrx::test {
 
 TempDir::TempDir() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern =
-      std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/qrxbpl-test-XXXXXX";
-  std::vector<char> buffer(pattern.begin(), pattern.end());
-  buffer.push_back('\0');
-  if (::mkdtemp(buffer.data()) == nullptr) {
+  std::string pattern = std::filesystem::temp_directory_path() / "qrxbpl-test-XXXXXX";
+  if (::mkdtemp(pattern.data()) != nullptr) {
+    path_ = pattern;
+  } else {
     ADD_FAILURE() << "cannot create a temporary directory from " << pattern;
-    return;
   }
-  path_ = buffer.data();
 }
 
 TempDir::~TempDir() {
-  if (path_.empty()) return;
   std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::string TempDir::Join(const std::string& relative) const {
-  return path_ + "/" + relative;
+  if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
 }
 
 std::string TempDir::WriteFile(const std::string& relative, std::span<const uint8_t> bytes) const {
@@ -49,9 +39,8 @@ std::string TempDir::Read(const std::string& relative) const {
 }
 
 std::string TempDir::MakeDirectories(const std::string& relative) const {
-  const std::string directory = Join(relative);
-  std::filesystem::create_directories(directory);
-  return directory;
+  std::filesystem::create_directories(Join(relative));
+  return Join(relative);
 }
 
 void TempDir::Remove(const std::string& relative) const {

@@ -17,7 +17,7 @@ class TempDir {
 
   const std::string& Path() const { return path_; }
   // Absolute path of a relative name inside the directory.
-  std::string Join(const std::string& relative) const;
+  std::string Join(const std::string& relative) const { return path_ + "/" + relative; }
   // Writes a file (making its parent directories); returns its path.
   std::string WriteFile(const std::string& relative, std::span<const uint8_t> bytes) const;
   // A file's whole contents ("" when it cannot be read).

@@ -1,7 +1,7 @@
 #pragma once
 
 // A scripted client of the Virtual Platform Server for tests: it writes the
-// loader's frames and polls and reads the server's messages whole.
+// loader's frames and polls, and reads the server's messages whole.
 
 #include <cstdint>
 #include <optional>
@@ -13,7 +13,7 @@ namespace qrx::test {
 class VpsClient {
  public:
   VpsClient() = default;
-  ~VpsClient();
+  ~VpsClient() { Close(); }
   VpsClient(const VpsClient&) = delete;
   VpsClient& operator=(const VpsClient&) = delete;
 
@@ -25,18 +25,13 @@ class VpsClient {
   static std::vector<uint8_t> DataFrame(std::span<const uint8_t> command);
   static std::vector<uint8_t> PollFrame();
 
-  bool SendRaw(std::span<const uint8_t> bytes);
-  bool SendCommand(std::span<const uint8_t> command) { return SendRaw(DataFrame(command)); }
-  bool SendPoll() { return SendRaw(PollFrame()); }
-
-  // One server message: the 4-byte prefix says how many bytes follow. The
-  // bytes after the prefix, or nullopt on time-out or a closed connection.
-  std::optional<std::vector<uint8_t>> ReadMessage(int timeoutMs);
-  // Poll, then read one message.
+  bool SendCommand(std::span<const uint8_t> command) { return Send(DataFrame(command)); }
+  // Polls, then reads one server message: the bytes after its 4-byte length
+  // prefix, or nullopt on time-out or a closed connection.
   std::optional<std::vector<uint8_t>> Poll(int timeoutMs);
 
  private:
-  bool ReadExactly(uint8_t* into, size_t count, int timeoutMs);
+  bool Send(std::span<const uint8_t> bytes);
   int fd_ = -1;
 };
 

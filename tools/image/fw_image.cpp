@@ -60,7 +60,7 @@ constexpr std::array<uint32_t, 256> MakeCrcTable() {
 }
 constexpr std::array<uint32_t, 256> kCrcTable = MakeCrcTable();
 
-void AppendHeader(std::vector<uint8_t>& out, uint8_t kind, const SignedImageSpec& spec,
+void AppendHeader(std::vector<uint8_t>& out, uint8_t kind, const SignedImageSpec& recipe,
                   std::span<const uint8_t> body, Filler& filler) {
   const size_t start = out.size();
   filler.Append(out, kHeaderSize);
@@ -69,16 +69,16 @@ void AppendHeader(std::vector<uint8_t>& out, uint8_t kind, const SignedImageSpec
   header[1] = 0;
   header[kHeaderFirstLengthOffset] = 1;
   header[3] = 0;
-  header[kHeaderPatchNumberOffset] = spec.patchNumber;
+  header[kHeaderPatchNumberOffset] = recipe.patchNumber;
   WriteLe32(header, kHeaderBodyLengthOffset, static_cast<uint32_t>(body.size()));
   WriteLe32(header, kHeaderBodyChecksumOffset, BodyChecksum(body));
 }
 
-std::vector<uint8_t> FirstBlock(const SignedImageSpec& spec, std::span<const uint8_t> body,
+std::vector<uint8_t> FirstBlock(const SignedImageSpec& recipe, std::span<const uint8_t> body,
                                 Filler& filler) {
   std::vector<uint8_t> out;
   out.reserve(kFirstBlockSize + kSecondBlockSize + body.size());
-  AppendHeader(out, kFirstBlockKind, spec, body, filler);
+  AppendHeader(out, kFirstBlockKind, recipe, body, filler);
   filler.Append(out, kFirstKeySize + kKeyFieldSize + kFirstSignatureSize);
   return out;
 }
@@ -107,27 +107,27 @@ std::vector<uint8_t> BuildBody(uint32_t atLeastBytes, uint32_t seed) {
   return body;
 }
 
-std::vector<uint8_t> BuildSfiImage(const SignedImageSpec& spec) {
-  return BuildSfiImage(spec, BuildBody(spec.bodyBytes, spec.seed));
+std::vector<uint8_t> BuildSfiImage(const SignedImageSpec& recipe) {
+  return BuildSfiImage(recipe, BuildBody(recipe.bodyBytes, recipe.seed));
 }
 
-std::vector<uint8_t> BuildSfiImage(const SignedImageSpec& spec, std::span<const uint8_t> body) {
-  Filler filler(spec.seed);
-  std::vector<uint8_t> out = FirstBlock(spec, body, filler);
+std::vector<uint8_t> BuildSfiImage(const SignedImageSpec& recipe, std::span<const uint8_t> body) {
+  Filler filler(recipe.seed);
+  std::vector<uint8_t> out = FirstBlock(recipe, body, filler);
   out.insert(out.end(), body.begin(), body.end());
   return out;
 }
 
-std::vector<uint8_t> BuildTwoBlockImage(const SignedImageSpec& spec, bool withSecondBlock) {
-  return BuildTwoBlockImage(spec, withSecondBlock, BuildBody(spec.bodyBytes, spec.seed));
+std::vector<uint8_t> BuildTwoBlockImage(const SignedImageSpec& recipe, bool withSecondBlock) {
+  return BuildTwoBlockImage(recipe, withSecondBlock, BuildBody(recipe.bodyBytes, recipe.seed));
 }
 
-std::vector<uint8_t> BuildTwoBlockImage(const SignedImageSpec& spec, bool withSecondBlock,
+std::vector<uint8_t> BuildTwoBlockImage(const SignedImageSpec& recipe, bool withSecondBlock,
                                         std::span<const uint8_t> body) {
-  Filler filler(spec.seed);
-  std::vector<uint8_t> out = FirstBlock(spec, body, filler);
+  Filler filler(recipe.seed);
+  std::vector<uint8_t> out = FirstBlock(recipe, body, filler);
   if (withSecondBlock) {
-    AppendHeader(out, kSecondBlockMarker, spec, body, filler);
+    AppendHeader(out, kSecondBlockMarker, recipe, body, filler);
     filler.Append(out, kSecondKeySize + kSecondSignatureSize);
   }
   out.insert(out.end(), body.begin(), body.end());
@@ -192,13 +192,13 @@ std::array<uint8_t, kFwdatMatchKeySize> MatchKey(std::span<const uint8_t> leadin
   return key;
 }
 
-std::vector<uint8_t> BuildFwdat(std::span<const FwdatEntrySpec> entries, const FwdatSpec& spec) {
+std::vector<uint8_t> BuildFwdat(std::span<const FwdatEntrySpec> entries, const FwdatSpec& layout) {
   constexpr uint8_t kGapFiller = 0xA5;
   const size_t directoryEnd = kFwdatHeaderSize + kFwdatEntrySize * entries.size();
-  std::vector<uint8_t> out(directoryEnd + spec.gapAfterDirectory, kGapFiller);
-  WriteLe16(out, 0, spec.magic);
-  out[2] = spec.formatByte;
-  out[3] = spec.entryCount.value_or(static_cast<uint8_t>(entries.size()));
+  std::vector<uint8_t> out(directoryEnd + layout.gapAfterDirectory, kGapFiller);
+  WriteLe16(out, 0, layout.magic);
+  out[2] = layout.formatByte;
+  out[3] = layout.entryCount.value_or(static_cast<uint8_t>(entries.size()));
 
   uint32_t cursor = static_cast<uint32_t>(out.size());
   for (size_t i = 0; i < entries.size(); ++i) {

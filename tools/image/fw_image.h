@@ -52,11 +52,11 @@ struct SignedImageSpec {
 // vary: single 252-byte commands, 128, 4, and a 28-byte group of four.
 std::vector<uint8_t> BuildBody(uint32_t atLeastBytes, uint32_t seed);
 
-std::vector<uint8_t> BuildSfiImage(const SignedImageSpec& spec);
-std::vector<uint8_t> BuildSfiImage(const SignedImageSpec& spec, std::span<const uint8_t> body);
+std::vector<uint8_t> BuildSfiImage(const SignedImageSpec& recipe);
+std::vector<uint8_t> BuildSfiImage(const SignedImageSpec& recipe, std::span<const uint8_t> body);
 // withSecondBlock false gives the two-block layout's short form (no 0x06 block).
-std::vector<uint8_t> BuildTwoBlockImage(const SignedImageSpec& spec, bool withSecondBlock);
-std::vector<uint8_t> BuildTwoBlockImage(const SignedImageSpec& spec, bool withSecondBlock,
+std::vector<uint8_t> BuildTwoBlockImage(const SignedImageSpec& recipe, bool withSecondBlock);
+std::vector<uint8_t> BuildTwoBlockImage(const SignedImageSpec& recipe, bool withSecondBlock,
                                         std::span<const uint8_t> body);
 
 // CRC-32 (IEEE, reflected) of a body, as recorded in the header.
@@ -111,7 +111,7 @@ struct FwdatSpec {
 };
 
 std::vector<uint8_t> BuildFwdat(std::span<const FwdatEntrySpec> entries,
-                                const FwdatSpec& spec = {});
+                                const FwdatSpec& layout = {});
 
 // Match key from leading bytes (the rest zero); at most 13 are used.
 std::array<uint8_t, kFwdatMatchKeySize> MatchKey(std::span<const uint8_t> leading);

@@ -219,10 +219,10 @@ int BuildContainer(const BuildOptions& o) {
   }
   if (entries.empty()) return Usage("fwdat needs at least one ENTRY");
   if (entries.size() > 255) return Usage("fwdat holds at most 255 entries");
-  FwdatSpec spec;
-  spec.formatByte = o.formatByte;
-  spec.gapAfterDirectory = o.gap;
-  return Written(o.positional[0], BuildFwdat(entries, spec));
+  FwdatSpec layout;
+  layout.formatByte = o.formatByte;
+  layout.gapAfterDirectory = o.gap;
+  return Written(o.positional[0], BuildFwdat(entries, layout));
 }
 
 }  // namespace
