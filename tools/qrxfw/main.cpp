@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "image/fw_image.h"
-#include "image/inspect.h"
+#include "image/firmware_report.h"
 #include "platform/console.h"
 
 namespace {

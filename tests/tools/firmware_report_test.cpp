@@ -1,4 +1,4 @@
-#include "image/inspect.h"
+#include "image/firmware_report.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "inspect.h"
+#include "firmware_report.h"
 
 #include <algorithm>
 #include <array>
