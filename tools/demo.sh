@@ -24,7 +24,8 @@ cleanup() {
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
-# The simulator's first line says where it can be reached.
+# The simulator's first line says where it can be reached; it is left in
+# $sim_line. Not run in a subshell, so this shell stays its parent and reaps it.
 start_simulator() {
   "$qrxvps" "$@" --once --profile tlv-boot >"$work/sim.out" 2>"$work/sim.err" &
   sim_pid=$!
@@ -32,7 +33,8 @@ start_simulator() {
     [ -s "$work/sim.out" ] && break
     sleep 0.05
   done
-  head -n 1 "$work/sim.out"
+  sim_line=$(head -n 1 "$work/sim.out")
+  echo "$sim_line"
 }
 
 stop_simulator() {
@@ -53,9 +55,8 @@ key=$("$qrxvps" --profile tlv-boot --print-key)
 echo "QRXBPL_DRIVE_C=$drive"
 
 banner "Download over TCP to the Virtual Platform Server"
-line=$(start_simulator --tcp --port 0)
-echo "$line"
-port=${line##*:}
+start_simulator --tcp --port 0
+port=${sim_line##*:}
 echo "\$ qrxbpl -i 3 -a 127.0.0.1 -p $port"
 tcp_status=0
 QRXBPL_DRIVE_C="$drive" "$qrxbpl" -i 3 -a 127.0.0.1 -p "$port" || tcp_status=$?
@@ -63,9 +64,8 @@ echo "exit status $tcp_status"
 stop_simulator
 
 banner "Download over a UART (pseudo-terminal), switching to 3000000 bit/s"
-line=$(start_simulator --pty)
-echo "$line"
-pty=${line##* }
+start_simulator --pty
+pty=${sim_line##* }
 echo "\$ qrxbpl -i 2 -h 2 -p $pty -r 3000000"
 uart_status=0
 QRXBPL_DRIVE_C="$drive" "$qrxbpl" -i 2 -h 2 -p "$pty" -r 3000000 || uart_status=$?
