@@ -57,9 +57,9 @@ bool ClassifyAnswer(const std::array<uint8_t, kEventBufferSize>& event, VersionD
 }
 
 bool InBootloader(const VersionData& version) {
-  return version.isTlv ? version.bytes[kTlvImageTypeIndex] == kTlvImageTypeBootloader
-                       : version.bytes[kLegacyFirmwareVariantIndex] ==
-                             kLegacyFirmwareVariantBootloader;
+  return version.isTlv
+             ? version.bytes[kTlvImageTypeIndex] == kTlvImageTypeBootloader
+             : version.bytes[kLegacyFirmwareVariantIndex] == kLegacyFirmwareVariantBootloader;
 }
 
 // The raw event bytes are read whichever form the answer has; intended.
@@ -93,7 +93,8 @@ bool FileTypeFromPath(const char* path, FirmwareFileType& type) {
 // "COM3" gives 3; -1 when no number follows the first three characters.
 int32_t ComPortNumber(const char* portName) {
   int number = -1;
-  if (std::strlen(portName) >= kComPrefixLength) std::sscanf(portName + kComPrefixLength, "%d", &number);
+  if (std::strlen(portName) >= kComPrefixLength)
+    std::sscanf(portName + kComPrefixLength, "%d", &number);
   return number;
 }
 

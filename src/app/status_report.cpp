@@ -15,12 +15,12 @@ struct StatusMessage {
 // Worded exactly as operators and scripts have always seen them, slips
 // ("insufficent", "suppplied", "a IO") included on purpose.
 constexpr std::array<StatusMessage, 8> kStatusMessages = {{
-    {kFwLibInsufficientBuffer, "ERROR: QRXFUL was supplied with an insufficent buffer! Status=%d\n"},
+    {kFwLibInsufficientBuffer,
+     "ERROR: QRXFUL was supplied with an insufficent buffer! Status=%d\n"},
     {kFwLibInvalidParameter, "ERROR: QRXFUL was supplied with an invalid parameter! Status=%d\n"},
     {kFwLibFailure, "ERROR: QRXFUL failed! Status=%d\n"},
     {kFwLibControllerFailure, "ERROR: QRXFUL encountered a controller failure! Status=%d\n"},
-    {kFwLibNotValidated,
-     "ERROR: QRXFUL failed to validate firmware with controller! Status=%d\n"},
+    {kFwLibNotValidated, "ERROR: QRXFUL failed to validate firmware with controller! Status=%d\n"},
     {kFwLibInvalidEvent,
      "ERROR: QRXFUL received an invalid event from the controller. Either an invalid firmware "
      "file was suppplied or communication was lost with the controller! Status=%d\n"},

@@ -37,8 +37,7 @@ int32_t QRXBPLSendCommand(const uint8_t* command, uint32_t length);
 
 // Receives one packet into an event buffer (H4 byte first). 0 success, -1
 // failure; over UART another non-zero transport result is passed back.
-int32_t QRXBPLRecvCommand(uint8_t* event, uint32_t capacity, uint32_t* length,
-                          uint32_t timeoutMs);
+int32_t QRXBPLRecvCommand(uint8_t* event, uint32_t capacity, uint32_t* length, uint32_t timeoutMs);
 
 // Reads one event with the link's own receive, as the version read and the
 // download loops do: over UART a transport result of 0 is traced and -1 is

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <sstream>
 #include <regex>
+#include <sstream>
 
 namespace qrx::test {
 

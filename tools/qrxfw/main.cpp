@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "image/fw_image.h"
 #include "image/firmware_report.h"
+#include "image/fw_image.h"
 #include "platform/console.h"
 
 namespace {
