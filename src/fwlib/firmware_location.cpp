@@ -43,7 +43,6 @@ constexpr std::array<uint8_t, 4> kVersionNamingFirstBytes = {1, 2, 3, 0x37};
 
 constexpr const wchar_t* kVersionNameFormat = L"%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x00.%ls";
 constexpr const wchar_t* kKeyNameFormat = L"%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x.%ls";
-constexpr const wchar_t* kJoinFormat = L"%ls%ls";
 constexpr const wchar_t* kDrivePathFormat = L"%lc:\\%ls\\%ls";
 constexpr const wchar_t* kCurrentDirectoryFormat = L".\\%ls";
 
@@ -61,7 +60,7 @@ bool UsesVersionNaming(uint8_t firstByte) {
 }
 
 FwLibStatus JoinImagePath(const wchar_t* folder, const wchar_t* name, wchar_t* path) {
-  return FwFormatBounded(path, kFwPathChars, kJoinFormat, folder, name) < 0
+  return FwFormatBounded(path, kFwPathChars, kFwJoinFormat, folder, name) < 0
              ? kFwLibInsufficientBuffer
              : kFwLibSuccess;
 }
@@ -96,7 +95,7 @@ bool FwLibDriverDirectory(uint8_t hardwareVariant, wchar_t* output) {
   const auto* row =
       std::ranges::find(kFamilyDirectories, hardwareVariant, &FamilyDirectory::hardwareVariant);
   if (row == kFamilyDirectories.end()) return false;
-  if (FwFormatBounded(output, kFwPathChars, kJoinFormat, kDriverRoot, row->directory) < 0) {
+  if (FwFormatBounded(output, kFwPathChars, kFwJoinFormat, kDriverRoot, row->directory) < 0) {
     return false;
   }
   // The existence test is for files, so a directory never passes it and the
@@ -111,8 +110,7 @@ FwLibStatus FwLibComposePath(wchar_t* output, size_t* capacity, const wchar_t* f
   }
   int written = 0;
   if (folder != nullptr) {
-    wchar_t drive = kDefaultDrive;
-    if (!FwLibSystemDriveLetter(&drive)) drive = kDefaultDrive;
+    const wchar_t drive = FwLibDriveLetterOrDefault();
     // The folders begin with a backslash, so the path has a doubled
     // separator after the drive. Intended.
     written = FwFormatBounded(output, *capacity, kDrivePathFormat, static_cast<wint_t>(drive),
@@ -205,6 +203,12 @@ FwLibStatus FwLibLocateFirmware(FwLibContext* context, uint8_t bootloader) {
   }
   TraceRecord(kTraceLevelInfo, kTag, "image file %ls", path.data());
   return LoadImageFromFile(context, path.data());
+}
+
+wchar_t FwLibDriveLetterOrDefault() {
+  wchar_t drive = kDefaultDrive;
+  if (!FwLibSystemDriveLetter(&drive)) drive = kDefaultDrive;
+  return drive;
 }
 
 }  // namespace qrx

@@ -58,4 +58,10 @@ int FwLibFileExists(const wchar_t* path);
 // read (always here), and callers then use C.
 bool FwLibSystemDriveLetter(wchar_t* letter);
 
+// The system drive, or C when it cannot be read.
+wchar_t FwLibDriveLetterOrDefault();
+
+// Folder followed by file name.
+constexpr const wchar_t* kFwJoinFormat = L"%ls%ls";
+
 }  // namespace qrx

@@ -20,11 +20,9 @@ constexpr const wchar_t* kDriversFolderEmulated = L"Windows\\sysnative\\drivers"
 constexpr const wchar_t* kFirmwareFolder = L"Program Files\\Norix\\Bluetooth\\fw";
 constexpr const wchar_t* kSupplementaryImage = L"sup_z0_image.tsfi";
 
-constexpr const wchar_t* kJoinFormat = L"%ls%ls";
 constexpr const wchar_t* kObjectVersionFormat =
     L"\\??\\%lc:\\%ls\\%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x00.%ls";
 constexpr const wchar_t* kCurrentVersionFormat = L".\\%.2x%.2x%.2x%.2x%.2x%.2x%.2x%.2x00.%ls";
-constexpr wchar_t kDefaultDrive = L'C';
 
 bool RunsUnderEmulation() {
   bool emulated = false;
@@ -47,7 +45,7 @@ const wchar_t* FwLibFirmwareFolder() {
 
 FwLibStatus FwLibContainerNameIn(const wchar_t* folder, wchar_t* output) {
   if (folder == nullptr || output == nullptr) return kFwLibInvalidParameter;
-  return FwFormatBounded(output, kFwPathChars, kJoinFormat, folder, kContainerName) < 0
+  return FwFormatBounded(output, kFwPathChars, kFwJoinFormat, folder, kContainerName) < 0
              ? kFwLibInsufficientBuffer
              : kFwLibSuccess;
 }
@@ -59,8 +57,7 @@ FwLibStatus FwLibComposeObjectVersionPath(const uint8_t* answer, uint8_t bootloa
   const wchar_t* extension = bootloader != 0 ? kBootloaderExtension : kOperationalExtension;
   int written = 0;
   if (folder != nullptr) {
-    wchar_t drive = kDefaultDrive;
-    if (!FwLibSystemDriveLetter(&drive)) drive = kDefaultDrive;
+    const wchar_t drive = FwLibDriveLetterOrDefault();
     written =
         FwFormatBounded(output, kFwPathChars, kObjectVersionFormat, static_cast<wint_t>(drive),
                         folder, b(0), b(1), b(2), b(3), b(4), b(5), b(6), b(7), extension);
