@@ -11,8 +11,6 @@
 
 namespace qrx {
 
-RunOptions g_runOptions;
-
 namespace {
 
 constexpr int kFirstOptionIndex = 3;

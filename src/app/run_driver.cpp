@@ -9,11 +9,11 @@
 #include "app/orchestration.h"
 #include "app/timing.h"
 #include "fwlib/fwlib_context.h"
+#include "hci/btzel_transport.h"
 #include "hci/hci_exchange.h"
 #include "hci/vendor_commands.h"
 #include "platform/console.h"
 #include "transport/btzel_serial.h"
-#include "transport/btzel_transport.h"
 #include "transport/tcp_client.h"
 
 namespace qrx {

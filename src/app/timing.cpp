@@ -2,13 +2,11 @@
 
 #include <array>
 
-#include "app/options.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "run/run_options.h"
 
 namespace qrx {
-
-RunTimers g_runTimers;
 
 namespace {
 
@@ -29,27 +27,11 @@ constexpr std::array<TimingRow, 7> kTimedRows = {{
     {"Initialization:           %10f %10f\n", RunTimer::kInitialization, false},
 }};
 
-TimerSlot& Slot(RunTimer timer) {
-  return g_runTimers.timers[static_cast<size_t>(timer)];
-}
-
 double Accumulated(const RunTimers& timers, RunTimer timer) {
   return timers.timers[static_cast<size_t>(timer)].accumulated;
 }
 
 }  // namespace
-
-void StartTimer(RunTimer timer) {
-  TimerSlot& slot = Slot(timer);
-  slot.start = 0;
-  slot.start = PerformanceCounter();
-}
-
-void StopTimer(RunTimer timer) {
-  g_runTimers.now = PerformanceCounter();
-  TimerSlot& slot = Slot(timer);
-  slot.accumulated += static_cast<double>(g_runTimers.now - slot.start);
-}
 
 void PrintTimingTable(const RunTimers& timers, int32_t interface, double frequency) {
   const double total = Accumulated(timers, RunTimer::kTotal);

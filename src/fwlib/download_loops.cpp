@@ -1,12 +1,12 @@
 #include "fwlib/download_loops.h"
 
-#include "app/options.h"
-#include "app/timing.h"
 #include "fwlib/fragment_iterators.h"
 #include "hci/hci_exchange.h"
 #include "hci/step_lines.h"
 #include "hci/vendor_commands.h"
 #include "platform/console.h"
+#include "run/run_options.h"
+#include "run/run_timers.h"
 
 namespace qrx {
 

@@ -7,9 +7,9 @@
 #include <memory>
 #include <new>
 
-#include "app/options.h"
+#include "hci/hci_api.h"
 #include "platform/trace.h"
-#include "transport/hci_api.h"
+#include "run/run_options.h"
 #include "transport/tcp_client.h"
 
 namespace qrx {

@@ -3,15 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "transport/h4_packet_types.h"
+
 namespace qrx {
 
 class IBtHciAPI;
-
-// H4 packet-type indicators of the UART transport.
-constexpr uint8_t kH4Command = 0x01;
-constexpr uint8_t kH4AclData = 0x02;
-constexpr uint8_t kH4ScoData = 0x03;
-constexpr uint8_t kH4Event = 0x04;
 
 // Event codes and event-buffer positions (byte 0 is the H4 type).
 constexpr uint8_t kEventCommandComplete = 0x0E;

@@ -5,13 +5,13 @@
 #include <cstring>
 #include <span>
 
-#include "app/options.h"
 #include "hci/hci_exchange.h"
 #include "hci/step_lines.h"
 #include "platform/byte_order.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/trace.h"
+#include "run/run_options.h"
 
 namespace qrx {
 

@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "hci/hci_exchange.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/error_text.h"
+#include "transport/h4_packet_types.h"
 
 namespace qrx {
 namespace {

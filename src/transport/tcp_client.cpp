@@ -8,6 +8,7 @@
 #include "platform/byte_order.h"
 #include "platform/console.h"
 #include "platform/trace.h"
+#include "transport/h4_packet_types.h"
 #include "transport/tcp_socket.h"
 
 namespace qrx {
@@ -31,8 +32,6 @@ constexpr size_t kServerPrefixLength = 4;
 constexpr size_t kMaxPacketLength = 272;
 constexpr size_t kServerAddressLength = 1024;
 constexpr size_t kRawSendLimit = 24;
-
-constexpr uint8_t kH4Command = 0x01;
 
 // Sent before every read: message type 0 with the words 16, 0, 8, 0, 10000.
 constexpr std::array<uint8_t, 24> kPollMessage = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x00, 0x00,

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "transport/hci_api.h"
+#include "hci/hci_api.h"
 
 namespace qrx::test {
 

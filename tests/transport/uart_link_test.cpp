@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "hci/btzel_transport.h"
 #include "platform/console.h"
 #include "support/pty_peer.h"
 #include "support/scoped_env.h"
 #include "transport/btzel_serial.h"
-#include "transport/btzel_transport.h"
 
 namespace qrx {
 namespace {

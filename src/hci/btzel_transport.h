@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "hci/hci_api.h"
 #include "transport/btzel_serial.h"
-#include "transport/hci_api.h"
 
 namespace qrx {
 

@@ -1,14 +1,14 @@
-#include "transport/btzel_transport.h"
+#include "hci/btzel_transport.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "app/options.h"
 #include "hci/hci_exchange.h"
 #include "hci/vendor_commands.h"
 #include "platform/byte_order.h"
 #include "platform/clock.h"
 #include "platform/console.h"
+#include "run/run_options.h"
 
 namespace qrx {
 namespace {
