@@ -1,3 +1,4 @@
+#include "app/long_options.h"
 #include "app/options.h"
 #include "app/run_driver.h"
 #include "platform/trace.h"
@@ -9,7 +10,8 @@ constexpr int kExitFailure = 255;  // the design's -1 as a process exit status
 
 int main(int argc, char** argv) {
   qrx::TraceProviderRegister();
-  const bool succeeded = qrx::ParseCommandLine(argc, argv) && qrx::RunDownload();
+  const bool succeeded = qrx::ParseLongOptions(argc, argv) == qrx::LongOptionResult::kRun &&
+                         qrx::ParseCommandLine(argc, argv) && qrx::RunDownload();
   qrx::TraceProviderUnregister();
   return succeeded ? kExitSuccess : kExitFailure;
 }

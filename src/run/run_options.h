@@ -17,6 +17,9 @@ constexpr uint8_t kDefaultBaudRateCode = 4;
 constexpr uint32_t kPowerOnBaudRate = 115200;
 constexpr size_t kServerAddressCapacity = 1024;
 
+// Whether the in-place progress line is drawn: on a terminal only, or as forced.
+enum class ProgressMode : uint8_t { kAuto, kOn, kOff };
+
 // The run's options, filled once by ParseCommandLine and read by the rest of
 // the run. Field order is the design's.
 struct RunOptions {
@@ -35,6 +38,14 @@ struct RunOptions {
   bool verbose = false;
   const char* firmwarePath = nullptr;  // borrowed from the argument list
   bool noCommandComplete = false;
+
+  // Set only through double-dash options and environment variables, which the
+  // design's command lines never carry: those lines keep these defaults.
+  bool tcpNoDelay = false;                      // --tcp-nodelay, QRXBPL_TCP_NODELAY=1
+  const char* firmwareFile = nullptr;           // --firmware FILE
+  ProgressMode progress = ProgressMode::kAuto;  // --progress, --no-progress
+  const char* btsnoopPath = nullptr;            // --btsnoop FILE
+  const char* reportPath = nullptr;             // --report FILE
 };
 
 extern RunOptions g_runOptions;

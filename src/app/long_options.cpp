@@ -1,0 +1,99 @@
+#include "app/long_options.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/console.h"
+#include "run/run_options.h"
+
+namespace qrx {
+
+namespace {
+
+bool ApplyTcpNoDelay(const char*) {
+  g_runOptions.tcpNoDelay = true;
+  return true;
+}
+
+bool ApplyFirmwareFile(const char* value) {
+  g_runOptions.firmwareFile = value;
+  return true;
+}
+
+bool ApplyProgressOn(const char*) {
+  g_runOptions.progress = ProgressMode::kOn;
+  return true;
+}
+
+bool ApplyProgressOff(const char*) {
+  g_runOptions.progress = ProgressMode::kOff;
+  return true;
+}
+
+bool ApplyBtsnoop(const char* value) {
+  g_runOptions.btsnoopPath = value;
+  return true;
+}
+
+bool ApplyReport(const char* value) {
+  g_runOptions.reportPath = value;
+  return true;
+}
+
+struct LongOption {
+  const char* name;
+  bool takesValue;
+  bool (*apply)(const char* value);
+};
+
+constexpr std::array<LongOption, 6> kLongOptions = {{
+    {"--tcp-nodelay", false, ApplyTcpNoDelay},
+    {"--firmware", true, ApplyFirmwareFile},
+    {"--progress", false, ApplyProgressOn},
+    {"--no-progress", false, ApplyProgressOff},
+    {"--btsnoop", true, ApplyBtsnoop},
+    {"--report", true, ApplyReport},
+}};
+
+// Variables that switch an option on when set to "1".
+struct FlagVariable {
+  const char* name;
+  bool (*apply)(const char* value);
+};
+
+constexpr std::array<FlagVariable, 1> kFlagVariables = {{
+    {"QRXBPL_TCP_NODELAY", ApplyTcpNoDelay},
+}};
+
+const LongOption* FindLongOption(const char* argument) {
+  for (const LongOption& option : kLongOptions) {
+    if (std::strcmp(argument, option.name) == 0) return &option;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+LongOptionResult ParseLongOptions(int argc, const char* const* argv) {
+  for (const FlagVariable& variable : kFlagVariables) {
+    const char* value = std::getenv(variable.name);
+    if (value != nullptr && std::strcmp(value, "1") == 0) variable.apply(value);
+  }
+  for (int index = 1; index < argc; ++index) {
+    const LongOption* option = FindLongOption(argv[index]);
+    if (option == nullptr) continue;
+    const char* value = nullptr;
+    if (option->takesValue) {
+      if (index + 1 >= argc) {
+        ConsolePrintf("qrxbpl: %s needs a value\n", option->name);
+        return LongOptionResult::kFailed;
+      }
+      value = argv[++index];
+    }
+    if (!option->apply(value)) return LongOptionResult::kFailed;
+  }
+  return LongOptionResult::kRun;
+}
+
+}  // namespace qrx
