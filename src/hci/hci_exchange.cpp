@@ -1,7 +1,7 @@
 #include "hci/hci_exchange.h"
 
+#include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -18,6 +18,7 @@ namespace {
 
 // Three characters a byte: a 259-byte packet needs 777 of them.
 constexpr size_t kHexDumpTextSize = 1024;
+constexpr size_t kHexCharsPerByte = 3;
 constexpr const char* kCommandTag = "CMD";
 constexpr const char* kEventTag = "EVT";
 
@@ -56,26 +57,26 @@ IBtHciAPI* ActiveTransport() {
   return g_activeTransport;
 }
 
-void HexDumpTrace(const char* tag, const uint8_t* bytes, uint32_t length) {
+void HexDumpTrace(const char* tag, const uint8_t* bytes, uint32_t length, uint32_t capacity) {
+  // Every packet passes here: with tracing off this test is all it costs.
+  if (!TraceEnabled(kTraceLevelVerbose) || bytes == nullptr) return;
+  static constexpr std::array<char, 16> kHexDigits{'0', '1', '2', '3', '4', '5', '6', '7',
+                                                   '8', '9', 'A', 'B', 'C', 'D', 'E', 'F'};
+  // A controller may claim more than was copied: never read past the buffer.
+  const uint32_t shown = std::min(length, capacity);
   std::array<char, kHexDumpTextSize> text{};
   size_t used = 0;
-  for (uint32_t i = 0; bytes != nullptr && i < length; ++i) {
-    const size_t room = text.size() - used;
-    const int written = std::snprintf(text.data() + used, room, "%02X ", bytes[i]);
-    if (written < 0 || static_cast<size_t>(written) >= room) {
-      // Overflow ends the dump; the packet itself is unaffected.
-      text[used] = '\0';
-      break;
-    }
-    used += static_cast<size_t>(written);
+  for (uint32_t i = 0; i < shown && used + kHexCharsPerByte < text.size(); ++i) {
+    text[used++] = kHexDigits[bytes[i] >> 4];
+    text[used++] = kHexDigits[bytes[i] & 0x0F];
+    text[used++] = ' ';
   }
-  if (TraceEnabled(kTraceLevelVerbose)) {
-    TraceRecord(kTraceLevelVerbose, tag != nullptr ? tag : "", "%s", text.data());
-  }
+  text[used] = '\0';  // a dump that does not fit ends early; the packet is unaffected
+  TraceRecord(kTraceLevelVerbose, tag != nullptr ? tag : "", "%s", text.data());
 }
 
 int32_t QRXBPLSendCommand(const uint8_t* command, uint32_t length) {
-  HexDumpTrace(kCommandTag, command, length);
+  HexDumpTrace(kCommandTag, command, length, length);
   if (OverTcp()) return SendOverTcp(command, length);
   IBtHciAPI* transport = ActiveTransport();
   if (transport == nullptr) {
@@ -98,7 +99,7 @@ int32_t QRXBPLRecvCommand(uint8_t* event, uint32_t capacity, uint32_t* length, u
     const int32_t result = transport->ReceivePacket(event, length, timeoutMs);
     if (result != 0) return result;
   }
-  HexDumpTrace(kEventTag, event, length != nullptr ? *length : 0);
+  HexDumpTrace(kEventTag, event, length != nullptr ? *length : 0, capacity);
   return 0;
 }
 
@@ -107,7 +108,8 @@ int32_t ReceiveEventDirect(uint8_t* event, uint32_t* length, uint32_t timeoutMs)
     if (!ReadSocketEvent(event, static_cast<uint32_t>(kEventBufferSize), length, timeoutMs)) {
       return -1;
     }
-    HexDumpTrace(kEventTag, event, length != nullptr ? *length : 0);
+    HexDumpTrace(kEventTag, event, length != nullptr ? *length : 0,
+                 static_cast<uint32_t>(kEventBufferSize));
     return 0;
   }
   IBtHciAPI* transport = ActiveTransport();
@@ -118,7 +120,9 @@ int32_t ReceiveEventDirect(uint8_t* event, uint32_t* length, uint32_t timeoutMs)
   const int32_t result = transport->ReceivePacket(event, length, timeoutMs);
   if (result == -1) return -1;
   // Any other non-zero result counts as received but is not traced: intended.
-  if (result == 0) HexDumpTrace(kEventTag, event, length != nullptr ? *length : 0);
+  if (result == 0)
+    HexDumpTrace(kEventTag, event, length != nullptr ? *length : 0,
+                 static_cast<uint32_t>(kEventBufferSize));
   return 0;
 }
 

@@ -42,6 +42,8 @@ int32_t QRXBPLRecvCommand(uint8_t* event, uint32_t capacity, uint32_t* length, u
 int32_t ReceiveEventDirect(uint8_t* event, uint32_t* length, uint32_t timeoutMs);
 
 // One trace record of a packet as "%02X " per byte; never on the console.
-void HexDumpTrace(const char* tag, const uint8_t* bytes, uint32_t length);
+// Reads at most capacity bytes, whatever length the packet claims; formats
+// nothing unless the record will be written.
+void HexDumpTrace(const char* tag, const uint8_t* bytes, uint32_t length, uint32_t capacity);
 
 }  // namespace qrx
