@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -50,6 +51,7 @@ void InstallContainer(E2eBench& bench, const std::vector<uint8_t>& image) {
 }
 
 struct SignalCase {
+  const char* name;
   int signalNumber;
   bool overTcp;
 };
@@ -60,11 +62,11 @@ struct SignalCase {
 // the server takes the next run.
 TEST(BenchSafety, ATerminatingSignalMidDownloadGivesTheLinkBack) {
   const SignalCase cases[] = {
-      {SIGINT, false}, {SIGTERM, false}, {SIGHUP, false},
-      {SIGINT, true},  {SIGTERM, true},  {SIGHUP, true},
+      {"SIGINT", SIGINT, false}, {"SIGTERM", SIGTERM, false}, {"SIGHUP", SIGHUP, false},
+      {"SIGINT", SIGINT, true},  {"SIGTERM", SIGTERM, true},  {"SIGHUP", SIGHUP, true},
   };
   for (const SignalCase& c : cases) {
-    SCOPED_TRACE(std::string(strsignal(c.signalNumber)) + (c.overTcp ? " over TCP" : " on a pty"));
+    SCOPED_TRACE(std::string(c.name) + (c.overTcp ? " over TCP" : " on a pty"));
     E2eBench bench;
     InstallContainer(bench, BuildTwoBlockImage(kLongImage, true));
     const std::string where = c.overTcp ? bench.StartTcp(kSim, false) : bench.StartPty(kSim, false);
