@@ -170,8 +170,9 @@ Controller::Packets Controller::AnswerSecureSend(std::span<const uint8_t> params
   return packets;
 }
 
-void Controller::ApplyFaults(const std::vector<FaultKind>& faults, Packets& packets) {
-  for (const FaultKind fault : faults) {
+void Controller::ApplyFaults(const std::vector<FaultSpec>& faults, Packets& packets) {
+  for (const FaultSpec& spec : faults) {
+    const FaultKind fault = spec.kind;
     OutPacket* first = packets.empty() ? nullptr : &packets.front();
     const auto firstComplete = std::ranges::find_if(packets, IsCommandComplete);
     switch (fault) {
@@ -228,6 +229,10 @@ void Controller::ApplyFaults(const std::vector<FaultKind>& faults, Packets& pack
         break;
       case FaultKind::kShortEvent:
         packets = {{{kH4Event, kEventCommandComplete, 0}}};
+        break;
+      case FaultKind::kScriptedBytes:
+        // Whatever the bytes claim to be, they go out as one packet would.
+        packets.insert(packets.begin(), {spec.bytes});
         break;
       case FaultKind::kFailedCompletion:
         break;

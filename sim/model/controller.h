@@ -76,7 +76,7 @@ class Controller {
   Packets AnswerReset(std::span<const uint8_t> params);
   Packets AnswerSecureSend(std::span<const uint8_t> params);
   Packets AnswerManufacturerMode(std::span<const uint8_t> params);
-  void ApplyFaults(const std::vector<FaultKind>& faults, Packets& packets);
+  void ApplyFaults(const std::vector<FaultSpec>& faults, Packets& packets);
 
   ControllerConfig config_;
   FaultPlan faults_;

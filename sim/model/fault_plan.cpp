@@ -39,6 +39,27 @@ std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string* erro
     }
     rest = rest.substr(0, at);
   }
+  if (const size_t colon = rest.find(':'); colon != std::string_view::npos) {
+    const std::string_view hex = rest.substr(colon + 1);
+    rest = rest.substr(0, colon);
+    if (hex.empty() || hex.size() % 2 != 0) {
+      *error = "bad bytes in fault '" + std::string(text) + "'";
+      return std::nullopt;
+    }
+    for (size_t i = 0; i < hex.size(); i += 2) {
+      const std::optional<uint64_t> value = ParseNumber("0x" + std::string(hex.substr(i, 2)));
+      if (!value) {
+        *error = "bad bytes in fault '" + std::string(text) + "'";
+        return std::nullopt;
+      }
+      rule.bytes.push_back(static_cast<uint8_t>(*value));
+    }
+  }
+  // Only scripted bytes carry bytes, and they always do.
+  if ((rest == FaultName(FaultKind::kScriptedBytes)) != !rule.bytes.empty()) {
+    *error = "bytes go with the bytes fault only, in '" + std::string(text) + "'";
+    return std::nullopt;
+  }
   for (const FaultKindInfo& info : kFaultKinds) {
     if (info.name != rest) continue;
     rule.kind = info.kind;
@@ -53,12 +74,12 @@ bool FaultPlan::Fires(Armed& armed) {
   return armed.rule.every || armed.seen == armed.rule.occurrence;
 }
 
-std::vector<FaultKind> FaultPlan::OnCommand(uint16_t opcode) {
-  std::vector<FaultKind> firing;
+std::vector<FaultSpec> FaultPlan::OnCommand(uint16_t opcode) {
+  std::vector<FaultSpec> firing;
   for (Armed& armed : faults_) {
     if (armed.rule.kind == FaultKind::kFailedCompletion) continue;
     if (armed.rule.opcode && *armed.rule.opcode != opcode) continue;
-    if (Fires(armed)) firing.push_back(armed.rule.kind);
+    if (Fires(armed)) firing.push_back(armed.rule);
   }
   return firing;
 }

@@ -28,6 +28,7 @@ enum class FaultKind : uint8_t {
   kClose,
   kStrayComplete,
   kShortEvent,
+  kScriptedBytes,
 };
 
 struct FaultKindInfo {
@@ -36,7 +37,7 @@ struct FaultKindInfo {
   std::string_view help;
 };
 
-constexpr std::array<FaultKindInfo, 15> kFaultKinds = {{
+constexpr std::array<FaultKindInfo, 16> kFaultKinds = {{
     {"silent", FaultKind::kSilent, "no answer at all"},
     {"wrong-event", FaultKind::kWrongEvent, "first event's code is 0x0F (0x0E if it was 0x0F)"},
     {"wrong-opcode", FaultKind::kWrongOpcode, "Command Complete names opcode low byte + 1"},
@@ -53,6 +54,7 @@ constexpr std::array<FaultKindInfo, 15> kFaultKinds = {{
     {"stray-complete", FaultKind::kStrayComplete,
      "Command Complete for another command (0x0C03) before the answer"},
     {"short-event", FaultKind::kShortEvent, "an event without parameters (04 0E 00) instead"},
+    {"bytes", FaultKind::kScriptedBytes, "bytes:HEX: these bytes as they stand, before the answer"},
 }};
 
 std::string_view FaultName(FaultKind kind);
@@ -62,9 +64,11 @@ struct FaultSpec {
   uint32_t occurrence = 1;  // fires at the occurrence-th matching command
   bool every = false;       // fires at every matching command
   std::optional<uint16_t> opcode;
+  std::vector<uint8_t> bytes;  // what a scripted-bytes fault sends
 };
 
-// "KIND[@N|@*][/OPCODE]", e.g. "failed-status@3/fc09" (the third Secure Send).
+// "KIND[@N|@*][/OPCODE]", e.g. "failed-status@3/fc09" (the third Secure Send);
+// scripted bytes as "bytes:HEX[@N|@*][/OPCODE]", e.g. "bytes:04ff0101@1".
 std::optional<FaultSpec> ParseFaultSpec(std::string_view text, std::string* error);
 
 class FaultPlan {
@@ -74,7 +78,7 @@ class FaultPlan {
 
   // Called once per received command; returns the faults that fire on it.
   // Download completion events are counted apart, by CompletionFails.
-  std::vector<FaultKind> OnCommand(uint16_t opcode);
+  std::vector<FaultSpec> OnCommand(uint16_t opcode);
   bool CompletionFails();
 
  private:

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <regex>
 #include <sstream>
+#include <thread>
 
 namespace qrx::test {
 
@@ -38,8 +40,9 @@ E2eBench::~E2eBench() {
   }
 }
 
-std::string E2eBench::Start(std::vector<std::string> args, const std::string& firstLinePrefix) {
-  args.push_back("--once");
+std::string E2eBench::Start(std::vector<std::string> args, const std::string& firstLinePrefix,
+                            bool once) {
+  if (once) args.push_back("--once");
   args.push_back("--log");
   args.push_back(drive_.Join(kCommandLogName));
   started_ = sim_.Start(BuildProduct("sim/qrxvps"), args);
@@ -49,22 +52,45 @@ std::string E2eBench::Start(std::vector<std::string> args, const std::string& fi
   return line ? line->substr(std::min(line->size(), firstLinePrefix.size())) : "";
 }
 
-std::string E2eBench::StartTcp(const std::vector<std::string>& simArgs) {
+std::string E2eBench::StartTcp(const std::vector<std::string>& simArgs, bool once) {
   std::vector<std::string> args = {"--tcp", "--port", "0"};
   args.insert(args.end(), simArgs.begin(), simArgs.end());
-  return Start(args, "qrxvps: listening on 127.0.0.1:");
+  return Start(args, "qrxvps: listening on 127.0.0.1:", once);
 }
 
-std::string E2eBench::StartPty(const std::vector<std::string>& simArgs) {
+std::string E2eBench::StartPty(const std::vector<std::string>& simArgs, bool once) {
   std::vector<std::string> args = {"--pty"};
   args.insert(args.end(), simArgs.begin(), simArgs.end());
-  return Start(args, "qrxvps: pty ");
+  return Start(args, "qrxvps: pty ", once);
 }
 
-ProcessResult E2eBench::RunLoader(const std::vector<std::string>& args) {
+std::optional<std::string> E2eBench::SimulatorLine() {
+  return sim_.ReadLine(kStartLimitMs);
+}
+
+std::vector<std::string> E2eBench::LoaderArgv(const std::vector<std::string>& args) const {
   std::vector<std::string> argv = {BuildProduct("src/qrxbpl")};
   argv.insert(argv.end(), args.begin(), args.end());
-  return RunProcess(argv, {{"QRXBPL_DRIVE_C", drive_.Path()}}, kRunLimitMs);
+  return argv;
+}
+
+ProcessResult E2eBench::RunLoader(const std::vector<std::string>& args, const Environment& env) {
+  Environment all = {{"QRXBPL_DRIVE_C", drive_.Path()}};
+  all.insert(all.end(), env.begin(), env.end());
+  return RunProcess(LoaderArgv(args), all, kRunLimitMs);
+}
+
+bool E2eBench::StartLoader(ChildProcess& loader, const std::vector<std::string>& args) {
+  return loader.StartCollecting(LoaderArgv(args), {{"QRXBPL_DRIVE_C", drive_.Path()}});
+}
+
+bool E2eBench::WaitForCommands(size_t count) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kRunLimitMs);
+  while (CommandLog().size() < count) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
 }
 
 void E2eBench::PutFirmware(const std::string& name, std::span<const uint8_t> bytes) {

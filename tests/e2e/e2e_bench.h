@@ -4,6 +4,7 @@
 // simulator, with a temporary folder as drive C holding the firmware.
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -21,13 +22,20 @@ class E2eBench {
   E2eBench() = default;
   ~E2eBench();
 
-  // Starts the simulator for one session over TCP; returns the port text.
-  std::string StartTcp(const std::vector<std::string>& simArgs);
+  // Starts the simulator over TCP; returns the port text. With once, it ends
+  // with the first session; else it serves one session after another.
+  std::string StartTcp(const std::vector<std::string>& simArgs, bool once = true);
   // Starts it behind a pseudo-terminal; returns the terminal's path.
-  std::string StartPty(const std::vector<std::string>& simArgs);
+  std::string StartPty(const std::vector<std::string>& simArgs, bool once = true);
+  // The simulator's next line on standard output; nullopt on time-out.
+  std::optional<std::string> SimulatorLine();
 
   // Runs qrxbpl with QRXBPL_DRIVE_C pointing at the bench's drive.
-  ProcessResult RunLoader(const std::vector<std::string>& args);
+  ProcessResult RunLoader(const std::vector<std::string>& args, const Environment& env = {});
+  // Starts it the same way and leaves it running.
+  bool StartLoader(ChildProcess& loader, const std::vector<std::string>& args);
+  // Waits until the simulator has logged at least count commands.
+  bool WaitForCommands(size_t count);
 
   // Firmware file in the loader's folder on drive C.
   void PutFirmware(const std::string& name, std::span<const uint8_t> bytes);
@@ -40,7 +48,8 @@ class E2eBench {
   const TempDir& Drive() const { return drive_; }
 
  private:
-  std::string Start(std::vector<std::string> args, const std::string& firstLinePrefix);
+  std::string Start(std::vector<std::string> args, const std::string& firstLinePrefix, bool once);
+  std::vector<std::string> LoaderArgv(const std::vector<std::string>& args) const;
 
   TempDir drive_;
   ChildProcess sim_;

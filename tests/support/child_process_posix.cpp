@@ -62,9 +62,22 @@ bool ChildProcess::Spawn(std::vector<std::string> argv, const Environment& env, 
   }
   std::vector<char*> args = Pointers(argv);
   std::vector<char*> envs = Pointers(envTexts);
+  // The child meets the terminating signals as a shell's foreground job would,
+  // whatever this process was started with (a background job ignores SIGINT).
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  for (int signalNumber : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&defaults, signalNumber);
+  sigset_t none;
+  sigemptyset(&none);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
   pid_t pid = -1;
-  if (piped && posix_spawn(&pid, args[0], &actions, nullptr, args.data(), envs.data()) == 0)
+  if (piped && posix_spawn(&pid, args[0], &actions, &attributes, args.data(), envs.data()) == 0)
     pid_ = pid;
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   for (auto& end : ends) CloseFd(end[1]);
   return pid_ > 0;
@@ -113,13 +126,20 @@ int ChildProcess::WaitExit(int timeoutMs) {
     if (Clock::now() >= deadline) return -1;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  if (pid_ > 0) status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  if (pid_ > 0) {
+    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    endingSignal_ = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  }
   pid_ = -1;
   return status_;
 }
 
 void ChildProcess::Terminate() {
-  if (pid_ > 0) kill(pid_, SIGTERM);
+  Signal(SIGTERM);
+}
+
+void ChildProcess::Signal(int signalNumber) {
+  if (pid_ > 0) kill(pid_, signalNumber);
 }
 
 ProcessResult RunProcess(const std::vector<std::string>& argv, const Environment& env,

@@ -40,6 +40,12 @@ class ChildProcess {
     args.insert(args.begin(), program);
     return Spawn(std::move(args), {}, false);
   }
+  // Starts argv with extra environment variables, collecting standard error too.
+  bool StartCollecting(std::vector<std::string> argv, const Environment& env) {
+    return Spawn(std::move(argv), env, true);
+  }
+  // Standard error collected so far (by ReadAll).
+  const std::string& CollectedErr() const { return texts_[1]; }
   // One line of its standard output without the line end; nullopt on time-out
   // or end of output.
   std::optional<std::string> ReadLine(int timeoutMs);
@@ -47,7 +53,10 @@ class ChildProcess {
   std::string ReadAll(int timeoutMs);
   // Waits for the exit; the exit status, or -1 on time-out or a signal.
   int WaitExit(int timeoutMs);
+  // The signal that ended it, once WaitExit saw it end; 0 when it exited.
+  int EndingSignal() const { return endingSignal_; }
   void Terminate();  // SIGTERM
+  void Signal(int signalNumber);
 
  private:
   friend ProcessResult RunProcess(const std::vector<std::string>&, const Environment&, int);
@@ -56,6 +65,7 @@ class ChildProcess {
   bool ReadMore(std::chrono::steady_clock::time_point deadline);
   int pid_ = -1;
   int status_ = -1;
+  int endingSignal_ = 0;
   int pipes_[2] = {-1, -1};  // standard output, collected standard error
   std::string texts_[2];
 };

@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <regex>
+#include <sstream>
+
+#include "e2e/e2e_bench.h"
+#include "image/fw_image.h"
+
+// What a real bench does to the loader beyond its console: interrupts, a port
+// someone else holds, a controller that sends garbage, names that are not what
+// they seem.
+
+namespace qrx::test {
+namespace {
+
+using fwimage::BuildFwdat;
+using fwimage::BuildTwoBlockImage;
+using fwimage::FwdatEntrySpec;
+using fwimage::MatchKey;
+
+constexpr uint8_t kSignedKind = 1;
+const std::vector<std::string> kSim = {"--profile", "tlv-boot"};
+// Large enough that a download is still running well after it has begun.
+const fwimage::SignedImageSpec kLongImage{.bodyBytes = 200000, .seed = 7, .patchNumber = 0};
+// Commands the simulator has seen when the signal goes: Secure Sends under way.
+constexpr size_t kCommandsBeforeSignal = 40;
+constexpr int kExitLimitMs = 20000;
+
+const std::string kPicked =
+    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
+const std::string kUartStart = kPicked +
+                               "CMD: Read Norix Version                  [OK]\n"
+                               "EVT: CommandComplete <Norix Version>     [OK]\n";
+const std::string kTcpStart =
+    kPicked +
+    "CMD: Read Norix Version                  Send Packet Size = 17 \n[OK]\n"
+    "EVT: CommandComplete <Norix Version>     [OK]\n"
+    "Initialization complete.\nDownloading FWDAT file...\n";
+const std::string kLineAt115200 = "qrxvps: host closed the line at 115200 bit/s";
+
+void InstallContainer(E2eBench& bench, const std::vector<uint8_t>& image) {
+  std::vector<FwdatEntrySpec> entries(1);
+  entries[0].kindByte = kSignedKind;
+  entries[0].matchKey = MatchKey(FromHex(SimulatorKey(kSim)));
+  entries[0].image = image;
+  bench.PutFirmware("qrxfw.dat", BuildFwdat(entries));
+}
+
+struct SignalCase {
+  const char* name;
+  int signalNumber;
+  bool overTcp;
+};
+
+// A signal in the middle of a download: the process ends by that signal and
+// prints nothing more; the line is back at 115200 and the port free, so the
+// next run on the same line downloads. Over TCP the connection is closed and
+// the server takes the next run.
+TEST(BenchSafety, ATerminatingSignalMidDownloadGivesTheLinkBack) {
+  const SignalCase cases[] = {
+      {"SIGINT", SIGINT, false}, {"SIGTERM", SIGTERM, false}, {"SIGHUP", SIGHUP, false},
+      {"SIGINT", SIGINT, true},  {"SIGTERM", SIGTERM, true},  {"SIGHUP", SIGHUP, true},
+  };
+  for (const SignalCase& c : cases) {
+    SCOPED_TRACE(std::string(c.name) + (c.overTcp ? " over TCP" : " on a pty"));
+    E2eBench bench;
+    InstallContainer(bench, BuildTwoBlockImage(kLongImage, true));
+    const std::string where = c.overTcp ? bench.StartTcp(kSim, false) : bench.StartPty(kSim, false);
+    const std::vector<std::string> args =
+        c.overTcp ? std::vector<std::string>{"-i", "3", "-a", "127.0.0.1", "-p", where}
+                  : std::vector<std::string>{"-i", "2", "-h", "2", "-p", where, "-r", "3000000"};
+
+    ChildProcess loader;
+    ASSERT_TRUE(bench.StartLoader(loader, args));
+    ASSERT_TRUE(bench.WaitForCommands(kCommandsBeforeSignal));
+    loader.Signal(c.signalNumber);
+    const std::string out = loader.ReadAll(kExitLimitMs);
+    EXPECT_EQ(loader.WaitExit(kExitLimitMs), -1);
+    EXPECT_EQ(loader.EndingSignal(), c.signalNumber);
+    EXPECT_EQ(out, "");  // no closing message: the console just stops
+    if (c.overTcp) {
+      // A frame line may be cut short by the signal; nothing else follows.
+      static const std::regex kFramesSoFar("(Send Packet Size = [0-9]+ \n)*(Send Pack[^\n]*)?");
+      const std::string& err = loader.CollectedErr();
+      ASSERT_EQ(err.rfind(kTcpStart, 0), 0u) << err;
+      EXPECT_TRUE(std::regex_match(err.substr(kTcpStart.size()), kFramesSoFar)) << err;
+    } else {
+      EXPECT_EQ(loader.CollectedErr(),
+                kUartStart + R"T(CMD: Change Baud Rate (3000000)          [OK]
+Setting Local Baud Rate to (3000000)     [OK]
+Initialization complete.
+Downloading FWDAT file...
+)T");
+      EXPECT_EQ(bench.SimulatorLine(), kLineAt115200);
+    }
+
+    const ProcessResult next = bench.RunLoader(args);
+    EXPECT_EQ(next.exitStatus, 0) << next.err;
+    EXPECT_NE(next.err.find("Download complete.\n"), std::string::npos);
+    if (!c.overTcp) EXPECT_EQ(bench.SimulatorLine(), kLineAt115200);
+  }
+}
+
+// Two loaders on one port, as root too: the second is refused at the open with
+// the system's text and fails like any port that did not open; the first is
+// not disturbed.
+TEST(BenchSafety, ASecondLoaderOnAHeldPortIsRefused) {
+  E2eBench bench;
+  InstallContainer(bench, BuildTwoBlockImage(kLongImage, true));
+  const std::string pty = bench.StartPty(kSim);
+  ChildProcess first;
+  ASSERT_TRUE(bench.StartLoader(first, {"-i", "2", "-p", pty}));
+  ASSERT_TRUE(bench.WaitForCommands(kCommandsBeforeSignal));
+
+  const ProcessResult second = bench.RunLoader({"-i", "2", "-p", pty});
+  // Root passes the exclusivity and meets the lock; anyone else meets the exclusivity.
+  auto refusedWith = [](int error) {
+    return kPicked + std::strerror(error) +
+           "\nCMD: Read Norix Version                  ERROR: Bluetooth device port is not "
+           "open!\n[FAIL] Send command failed\nThe firmware download cannot proceed because the "
+           "controller has become unresponsive. Please try power-cycling the controller and/or "
+           "reissuing the command.\n";
+  };
+  EXPECT_EQ(second.exitStatus, 255);
+  EXPECT_EQ(second.out, "");
+  EXPECT_TRUE(second.err == refusedWith(EWOULDBLOCK) || second.err == refusedWith(EBUSY))
+      << second.err;
+
+  EXPECT_EQ(first.ReadAll(kExitLimitMs), "");
+  EXPECT_EQ(first.WaitExit(kExitLimitMs), 0) << first.CollectedErr();
+  EXPECT_EQ(bench.SimulatorFinalOutput(), kLineAt115200 + "\n");
+}
+
+// A vendor event, then an ACL packet whose length word comes from the stale
+// bytes the event left behind: 266 bytes claimed, more than the 259-byte event
+// buffer. The receive still succeeds as designed and the version read passes
+// it over; with tracing on, the packet's dump stops at the buffer's end.
+TEST(BenchSafety, AnOverlongPacketIsDumpedOnlyAsFarAsTheBuffer) {
+  E2eBench bench;
+  InstallContainer(bench, BuildTwoBlockImage({.bodyBytes = 300, .seed = 5}, true));
+  const std::string hostile =
+      "04ff050501000000"
+      "020000" +
+      std::string(2 * 263, 'a');
+  const std::string pty = bench.StartPty({"--profile", "tlv-boot", "--fault", "bytes:" + hostile});
+  const std::string trace = bench.Drive().Join("trace.txt");
+
+  const ProcessResult run = bench.RunLoader({"-i", "2", "-p", pty}, {{"QRXBPL_TRACE_FILE", trace}});
+  EXPECT_EQ(run.exitStatus, 0) << run.err;
+  EXPECT_EQ(run.err.rfind(kUartStart, 0), 0u) << run.err;
+
+  // The event dumps in order: the vendor event, the ACL packet (cleared, as it
+  // was too long to copy), then the answer to Read Version.
+  std::vector<std::string> dumps;
+  std::istringstream records(bench.Drive().Read("trace.txt"));
+  for (std::string record; std::getline(records, record);) {
+    if (record.rfind("EVT ", 0) == 0) dumps.push_back(record.substr(4));
+  }
+  ASSERT_GE(dumps.size(), 3u);
+  EXPECT_EQ(dumps[0], "04 FF 05 05 01 00 00 00 ");
+  std::string cleared;
+  for (size_t i = 0; i < 259; ++i) cleared += "00 ";
+  EXPECT_EQ(dumps[1], cleared);
+  EXPECT_EQ(dumps[2].rfind("04 0E ", 0), 0u) << dumps[2];
+}
+
+// A COM number that overflows when one is taken off it, with the trace file a
+// FIFO that nobody reads: the run neither stalls nor misbehaves; it fails as any
+// missing port does.
+TEST(BenchSafety, HostileNamesNeitherOverflowNorStall) {
+  E2eBench bench;
+  const std::string fifo = bench.Drive().Join("trace.fifo");
+  ASSERT_EQ(RunProcess({"/usr/bin/mkfifo", fifo}).exitStatus, 0);
+  const ProcessResult run =
+      bench.RunLoader({"-i", "2", "-p", "COM-2147483648"}, {{"QRXBPL_TRACE_FILE", fifo}});
+  EXPECT_EQ(run.exitStatus, 255);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, kPicked + R"T(No such file or directory
+CMD: Read Norix Version                  ERROR: Bluetooth device port is not open!
+[FAIL] Send command failed
+The firmware download cannot proceed because the controller has become unresponsive. Please try power-cycling the controller and/or reissuing the command.
+)T");
+}
+
+}  // namespace
+}  // namespace qrx::test
