@@ -16,11 +16,12 @@ all: $(BUILD)/CMakeCache.txt
 $(BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BUILD) $(CMAKE_FLAGS)
 
-check: all
+check: $(BUILD)/CMakeCache.txt
 	@grep -qx 'QRX_TESTS_ENABLED:INTERNAL=ON' $(BUILD)/CMakeCache.txt || { \
 	  echo "make check: the tests are off in $(BUILD): GoogleTest was not found (or QRX_BUILD_TESTS=OFF)." >&2; \
 	  echo "Install it (Debian/Ubuntu: libgtest-dev libgmock-dev; Fedora: gtest-devel gmock-devel), then run 'make clean check'." >&2; \
 	  exit 1; }
+	cmake --build $(BUILD) -j $(JOBS)
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 demo: all
