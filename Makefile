@@ -1,10 +1,14 @@
 # Front door: `make` builds, `make check` runs every test, `make demo` runs the
-# loader against the bundled simulator. CMake does the real work in $(BUILD).
+# loader against the bundled simulator, `make install` installs under $(PREFIX)
+# (staged under $(DESTDIR) when set), `make package` builds a .deb in $(BUILD).
+# CMake does the real work in $(BUILD).
 BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
+PREFIX ?= /usr/local
+DESTDIR ?=
 
-.PHONY: all check demo clean format
+.PHONY: all check demo install package clean format
 
 all: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
@@ -12,11 +16,22 @@ all: $(BUILD)/CMakeCache.txt
 $(BUILD)/CMakeCache.txt:
 	cmake -S . -B $(BUILD) $(CMAKE_FLAGS)
 
-check: all
+check: $(BUILD)/CMakeCache.txt
+	@grep -qx 'QRX_TESTS_ENABLED:INTERNAL=ON' $(BUILD)/CMakeCache.txt || { \
+	  echo "make check: the tests are off in $(BUILD): GoogleTest was not found (or QRX_BUILD_TESTS=OFF)." >&2; \
+	  echo "Install it (Debian/Ubuntu: libgtest-dev libgmock-dev; Fedora: gtest-devel gmock-devel), then run 'make clean check'." >&2; \
+	  exit 1; }
+	cmake --build $(BUILD) -j $(JOBS)
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 demo: all
 	tools/demo.sh $(BUILD)
+
+install: all
+	DESTDIR="$(DESTDIR)" cmake --install $(BUILD) --prefix "$(PREFIX)"
+
+package: all
+	cmake --build $(BUILD) --target package
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')

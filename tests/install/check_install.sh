@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# What `make install` and `make package` deliver: exactly the three programs,
+# their man pages and their completion, under the prefix and nowhere else; the
+# programs run from there, the pages format without a warning, the completion
+# completes. Usage: check_install.sh tree|package BUILD_DIR
+set -euo pipefail
+mode=$1
+build=$2
+work=$(mktemp -d "${TMPDIR:-/tmp}/qrxbpl-install.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+expected=$(for program in qrxbpl qrxvps qrxfw; do
+  echo "bin/$program"
+  echo "share/bash-completion/completions/$program"
+  echo "share/man/man1/$program.1"
+done | sort)
+
+if [ "$mode" = package ]; then
+  cpack --config "$build/CPackConfig.cmake" -B "$work" >"$work/cpack.log" || { cat "$work/cpack.log"; fail cpack; }
+  deb=$(echo "$work"/qrxbpl_*.deb)
+  [ -f "$deb" ] || fail "no .deb in $work"
+  files=$(dpkg-deb -c "$deb" | awk '$1 !~ /^d/ {print $6}' | sort)
+  diff <(echo "$expected" | sed 's|^|./usr/|') <(echo "$files") || fail "package contents"
+  depends=$(dpkg-deb -f "$deb" Depends)
+  for library in libc6 libstdc++6; do
+    [[ $depends == *"$library"* ]] || fail "Depends '$depends' lacks $library"
+  done
+  [ -n "$(dpkg-deb -f "$deb" Maintainer)" ] || fail "no Maintainer"
+  echo "package ok: $(basename "$deb") Depends: $depends"
+  exit 0
+fi
+
+# The Makefile's install: DESTDIR from the environment, the prefix on the command line.
+DESTDIR="$work/stage" cmake --install "$build" --prefix /opt/qrx >/dev/null
+diff <(echo "$expected" | sed 's|^|opt/qrx/|') <(cd "$work/stage" && find . -type f | sed 's|^\./||' | sort) ||
+  fail "installed files"
+root="$work/stage/opt/qrx"
+
+status=0
+"$root/bin/qrxbpl" 2>"$work/stderr" || status=$?
+[ "$status" -eq 255 ] && [ "$(head -n 1 "$work/stderr")" = "Invalid number of arguments" ] ||
+  fail "installed qrxbpl: status $status"
+"$root/bin/qrxvps" --print-key >/dev/null || fail "installed qrxvps"
+"$root/bin/qrxfw" --help >/dev/null || fail "installed qrxfw"
+
+for page in "$root"/share/man/man1/*.1; do
+  warnings=$(LC_ALL=C.UTF-8 groff -man -Tutf8 -ww -z "$page" 2>&1)
+  [ -z "$warnings" ] || fail "$page: $warnings"
+done
+
+# Completion, outside an interactive shell: compopt only works inside one.
+compopt() { :; }
+for program in qrxbpl qrxvps qrxfw; do
+  # shellcheck source=/dev/null
+  source "$root/share/bash-completion/completions/$program"
+done
+completes() {
+  COMP_WORDS=("$@")
+  COMP_CWORD=$(($# - 1))
+  COMPREPLY=()
+  "_$1"
+  echo "${COMPREPLY[*]}"
+}
+while IFS='|' read -r words current want; do
+  # shellcheck disable=SC2086
+  got=$(completes $words "$current")
+  [ "$got" = "$want" ] || fail "completing '$words $current': got '$got', want '$want'"
+done <<'CASES'
+qrxbpl||-i --help --version
+qrxbpl -i||2 3
+qrxbpl -i 2 -p /dev/tty -nocc|-|-p -a -h -r -b -f -fw -bd -nocc -v -t --firmware --progress --no-progress --btsnoop --report --tcp-nodelay
+qrxbpl -i 2 -h 1 -r|3|3000000 3250000
+qrxbpl -i 2 -r|3|3000000 3250000 3714286
+qrxbpl -i 3 -p||
+qrxvps --profile|tlv|tlv-boot tlv-op
+qrxvps --delayed-ack --secure-boot||on off
+qrxfw||sfi two-block bseq fwdat inspect --help
+qrxfw two-block out.sfi|-|--no-second-block --body-bytes --seed --patch --corrupt-body
+qrxfw fwdat out.dat|sig|signed:
+CASES
+# Every field and fault kind the simulator knows, and no other.
+known=$("$root/bin/qrxvps" --help | grep -E '^ {24}[a-z]' | awk '{print $1}' | sort)
+offered=$( (completes qrxvps --set "" | tr ' ' '\n' | sed 's/=$//'; completes qrxvps --fault "" | tr ' ' '\n') | sort)
+diff <(echo "$known") <(echo "$offered") || fail "qrxvps --set/--fault completion differs from qrxvps --help"
+echo "install ok"
