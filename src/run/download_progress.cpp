@@ -14,6 +14,7 @@ namespace {
 constexpr uint64_t kUpdateStepsPerImage = 1000;
 constexpr int64_t kMinimumRedrawMilliseconds = 100;
 constexpr int64_t kSecondsPerMinute = 60;
+constexpr double kMinimumRateSeconds = 0.25;
 
 struct Progress {
   uint64_t total = 0;
@@ -33,7 +34,8 @@ void Draw(uint64_t done, int64_t now) {
   const double seconds = static_cast<double>(now - g_progress.startTicks) /
                          static_cast<double>(PerformanceFrequency());
   char line[128];
-  if (done == 0 || seconds <= 0.0) {
+  // The first moments of a download say nothing yet about its rate.
+  if (done == 0 || seconds < kMinimumRateSeconds) {
     std::snprintf(line, sizeof line, "%3.0f%% %llu/%llu bytes", percent,
                   static_cast<unsigned long long>(done), static_cast<unsigned long long>(total));
   } else {
