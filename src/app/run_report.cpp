@@ -10,6 +10,7 @@
 #include "app/build_stamp.h"
 #include "app/timing.h"
 #include "fwlib/image_loaders.h"
+#include "hci/hci_exchange.h"
 #include "hci/step_lines.h"
 #include "platform/clock.h"
 #include "platform/console.h"
@@ -28,8 +29,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr uint32_t kHashChunkBytes = 64 * 1024;
-constexpr size_t kEventParamLengthAt = 2;
-constexpr size_t kEventHeaderBytes = 3;  // H4 type, event code, parameter length
+constexpr size_t kEventHeaderBytes = kEventParamLengthIndex + 1;  // H4 type, code, length
 constexpr StepName kLastStepName = StepName::kManufacturerModeEvent;
 constexpr StepOutcome kLastStepOutcome = StepOutcome::kEventFailed;
 
@@ -162,7 +162,7 @@ void RunReportBegin(int argc, const char* const* argv) {
 
 void RunReportVersionAnswer(std::span<const uint8_t> event, const char* form, const char* mode) {
   if (!g_record.active || event.size() < kEventHeaderBytes) return;
-  const size_t length = std::min(event.size(), kEventHeaderBytes + event[kEventParamLengthAt]);
+  const size_t length = std::min(event.size(), kEventHeaderBytes + event[kEventParamLengthIndex]);
   g_record.answers.push_back(
       {{"hex", HexText(event.first(length))}, {"form", form}, {"mode", mode}});
 }
