@@ -21,6 +21,7 @@ struct Progress {
   uint64_t nextCheck = 0;
   int64_t startTicks = 0;
   int64_t lastDrawTicks = 0;
+  uint64_t lastDrawnBytes = 0;
 };
 Progress g_progress;
 
@@ -50,6 +51,7 @@ void Draw(uint64_t done, int64_t now) {
   }
   ConsoleShowStatusLine(line);
   g_progress.lastDrawTicks = now;
+  g_progress.lastDrawnBytes = done;
 }
 
 }  // namespace
@@ -61,6 +63,8 @@ bool g_active = false;
 void Update(uint64_t doneBytes) {
   const uint64_t done = std::min(doneBytes, g_progress.total);
   if (done < g_progress.nextCheck && done != g_progress.total) return;
+  // The loops ask once more after the last fragment: the full line is drawn once.
+  if (done == g_progress.total && g_progress.lastDrawnBytes == done) return;
   g_progress.nextCheck = done + std::max<uint64_t>(g_progress.total / kUpdateStepsPerImage, 1);
   const int64_t now = PerformanceCounter();
   if (done != g_progress.total &&
