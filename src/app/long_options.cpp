@@ -73,9 +73,26 @@ const LongOption* FindLongOption(const char* argument) {
   return nullptr;
 }
 
+// Recognised only as the one argument: anywhere else they are unknown
+// arguments, which the design ignores.
+struct SoleOption {
+  const char* name;
+  LongOptionResult result;
+};
+
+constexpr std::array<SoleOption, 2> kSoleOptions = {{
+    {"--help", LongOptionResult::kHelp},
+    {"--version", LongOptionResult::kVersion},
+}};
+
 }  // namespace
 
 LongOptionResult ParseLongOptions(int argc, const char* const* argv) {
+  if (argc == 2) {
+    for (const SoleOption& option : kSoleOptions) {
+      if (std::strcmp(argv[1], option.name) == 0) return option.result;
+    }
+  }
   for (const FlagVariable& variable : kFlagVariables) {
     const char* value = std::getenv(variable.name);
     if (value != nullptr && std::strcmp(value, "1") == 0) variable.apply(value);

@@ -4,8 +4,10 @@ namespace qrx {
 
 // What the command line asks for besides a run.
 enum class LongOptionResult {
-  kRun,     // go on with the design's parser and the run
-  kFailed,  // a double-dash option was malformed; its complaint is printed
+  kRun,      // go on with the design's parser and the run
+  kFailed,   // a double-dash option was malformed; its complaint is printed
+  kHelp,     // --help alone: the usage text on standard output
+  kVersion,  // --version alone: the banner line on standard output
 };
 
 // Reads the double-dash options and their environment variables into

@@ -1,17 +1,59 @@
 #include "app/long_options.h"
 #include "app/options.h"
 #include "app/run_driver.h"
+#include "app/run_report.h"
+#include "platform/btsnoop.h"
+#include "platform/console.h"
+#include "platform/error_text.h"
 #include "platform/trace.h"
+#include "run/run_options.h"
 
 namespace {
 constexpr int kExitSuccess = 0;
 constexpr int kExitFailure = 255;  // the design's -1 as a process exit status
+
+// The capture starts before the first packet; a file that cannot be created
+// stops the process before anything else happens.
+bool StartCapture() {
+  const char* path = qrx::g_runOptions.btsnoopPath;
+  if (path == nullptr) return true;
+  const int error = qrx::BtsnoopOpen(path);
+  if (error == 0) return true;
+  qrx::ConsolePrintf("qrxbpl: cannot write the capture %s: %s\n", path,
+                     qrx::SystemErrorText(error));
+  return false;
+}
+
+bool Run(int argc, char** argv) {
+  if (!qrx::ParseCommandLine(argc, argv)) return false;
+  const bool succeeded = qrx::RunDownload();
+  qrx::RunReportRunEnded(succeeded);  // a finished download printed its timing table
+  return succeeded;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   qrx::TraceProviderRegister();
-  const bool succeeded = qrx::ParseLongOptions(argc, argv) == qrx::LongOptionResult::kRun &&
-                         qrx::ParseCommandLine(argc, argv) && qrx::RunDownload();
+  int exitStatus = kExitFailure;
+  switch (qrx::ParseLongOptions(argc, argv)) {
+    case qrx::LongOptionResult::kHelp:
+      qrx::PrintUsageOnStdout();
+      exitStatus = kExitSuccess;
+      break;
+    case qrx::LongOptionResult::kVersion:
+      qrx::PrintBannerOnStdout();
+      exitStatus = kExitSuccess;
+      break;
+    case qrx::LongOptionResult::kFailed:
+      break;
+    case qrx::LongOptionResult::kRun:
+      qrx::RunReportBegin(argc, argv);
+      if (StartCapture() && Run(argc, argv)) exitStatus = kExitSuccess;
+      qrx::BtsnoopClose();
+      qrx::RunReportWrite(exitStatus);
+      break;
+  }
   qrx::TraceProviderUnregister();
-  return succeeded ? kExitSuccess : kExitFailure;
+  return exitStatus;
 }

@@ -10,8 +10,12 @@ namespace qrx {
 // false: the process ends with failure status.
 bool ParseCommandLine(int argc, const char* const* argv);
 
-// Banner and usage text.
+// Banner and usage text, on standard error.
 void PrintUsage();
+// The same on standard output, for --help.
+void PrintUsageOnStdout();
+// The banner line alone on standard output, for --version.
+void PrintBannerOnStdout();
 
 // The -r rate tables as stand-alone functions: rate text in, rate and
 // controller code out. Always succeed. The code is left untouched where the

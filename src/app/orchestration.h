@@ -3,15 +3,9 @@
 #include <cstdint>
 
 #include "fwlib/fwlib_status.h"
+#include "run/firmware_type.h"
 
 namespace qrx {
-
-// Firmware file types, chosen by the run driver from the -fw extension.
-enum class FirmwareFileType : int {
-  kFwdat = 0,
-  kSfi = 1,
-  kBseq = 2,
-};
 
 // Initialises the library for this controller, runs the download loop that
 // suits the file type and -nocc, reports any status and releases the

@@ -7,6 +7,7 @@
 #include "app/number_text.h"
 #include "app/options.h"
 #include "app/orchestration.h"
+#include "app/run_report.h"
 #include "app/timing.h"
 #include "fwlib/fwlib_context.h"
 #include "hci/btzel_transport.h"
@@ -69,27 +70,6 @@ bool WantsSecureBootParams(const std::array<uint8_t, kEventBufferSize>& event) {
   const uint8_t probe = event[kSecureBootProbeByte];
   if (probe == 0x0B && event[kSecureBootProbeNextByte] >= 0x10) return true;
   return probe >= 0x11;
-}
-
-struct Extension {
-  const char* text;
-  FirmwareFileType type;
-};
-// Searched anywhere in the path and in this order, so "fw.dat.sfi" is FWDAT; intended.
-constexpr std::array<Extension, 3> kExtensions = {{
-    {".dat", FirmwareFileType::kFwdat},
-    {".sfi", FirmwareFileType::kSfi},
-    {".bseq", FirmwareFileType::kBseq},
-}};
-
-bool FileTypeFromPath(const char* path, FirmwareFileType& type) {
-  for (const Extension& extension : kExtensions) {
-    if (std::strstr(path, extension.text) != nullptr) {
-      type = extension.type;
-      return true;
-    }
-  }
-  return false;
 }
 
 // "COM3" gives 3; -1 when no number follows the first three characters.
@@ -158,12 +138,21 @@ bool ReadAndClassifyVersion(std::array<uint8_t, kEventBufferSize>& event, Versio
     ConsolePrintf("%s", kUnresponsiveMessage);
     return false;
   }
-  return ClassifyAnswer(event, version);  // a short answer ends the run silently
+  // A short answer ends the run silently.
+  if (!ClassifyAnswer(event, version)) {
+    RunReportVersionAnswer(event, "short", "");
+    return false;
+  }
+  RunReportVersionAnswer(event, version.isTlv ? "tlv" : "legacy",
+                         InBootloader(version) ? "bootloader" : "operational");
+  return true;
 }
 
 bool ChooseFileType(const RunOptions& options, FirmwareFileType& type) {
   type = FirmwareFileType::kFwdat;
-  if (options.firmwarePath != nullptr && !FileTypeFromPath(options.firmwarePath, type)) {
+  // -fw names the type; without it an explicit --firmware file's own name does.
+  const char* typeSource = FirmwareTypeSourcePath();
+  if (typeSource != nullptr && !FirmwareTypeFromName(typeSource, type)) {
     ConsolePrintf(
         "ERROR: Invalid firmware file type specified! Please specify a valid path to a supported "
         "file type (BSEQ/SFI/FWDAT)\n");

@@ -47,11 +47,29 @@ constexpr std::array<const char*, 30> kUsageLines = {
     "TCP/IP : qrxbpl.exe -i 3 -a 127.0.0.1 -p 12345 \n",
 };
 
+constexpr const char* kBannerFormat = "qrxbpl.exe - qRX Patch Loader (build %s)\n";
+
+using Printer = void (*)(const char* format, ...);
+
+void PrintUsageWith(Printer print) {
+  print(kBannerFormat, kBuildStamp);
+  for (const char* line : kUsageLines) print("%s", line);
+}
+
 }  // namespace
 
 void PrintUsage() {
-  ConsolePrintf("qrxbpl.exe - qRX Patch Loader (build %s)\n", kBuildStamp);
-  for (const char* line : kUsageLines) ConsolePrintf("%s", line);
+  PrintUsageWith(ConsolePrintf);
+}
+
+void PrintUsageOnStdout() {
+  PrintUsageWith(StdoutPrintf);
+  StdoutFlush();
+}
+
+void PrintBannerOnStdout() {
+  StdoutPrintf(kBannerFormat, kBuildStamp);
+  StdoutFlush();
 }
 
 }  // namespace qrx

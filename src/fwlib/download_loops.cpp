@@ -5,6 +5,7 @@
 #include "hci/step_lines.h"
 #include "hci/vendor_commands.h"
 #include "platform/console.h"
+#include "run/download_progress.h"
 #include "run/run_options.h"
 #include "run/run_timers.h"
 
@@ -49,6 +50,7 @@ FwLibStatus NextCommand(FwLibContext* context, CommandBuffer& command, uint32_t 
   StartTimer(RunTimer::kPatchLibGetNext);
   const FwLibStatus status = GetNextCommand(context, command.data() + kCommandStart, length);
   StopTimer(RunTimer::kPatchLibGetNext);
+  if (context != nullptr) ProgressUpdate(context->imageOffset);
   return status;
 }
 

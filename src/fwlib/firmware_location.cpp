@@ -14,6 +14,8 @@
 #include "platform/host_path.h"
 #include "platform/system_query.h"
 #include "platform/trace.h"
+#include "run/firmware_type.h"
+#include "run/run_options.h"
 
 namespace qrx {
 
@@ -165,10 +167,30 @@ FwLibStatus FwLibComposeKeyName(const FwImageKey* key, uint8_t bootloader, const
   return JoinImagePath(folder, name, path);
 }
 
+namespace {
+
+// The file --firmware names replaces the search. A container's entry is still
+// chosen by kind and key; any other file is the image itself.
+FwLibStatus LoadNamedFirmware(FwLibContext* context, const char* hostPath, uint8_t versionNaming) {
+  FirmwareFileType type = FirmwareFileType::kFwdat;
+  (void)FirmwareTypeFromName(FirmwareTypeSourcePath(), type);  // the driver refused unknown names
+  const std::wstring path = WideFromHostPath(hostPath);
+  TraceRecord(kTraceLevelInfo, kTag, "named firmware %s", hostPath);
+  return type == FirmwareFileType::kFwdat
+             ? LoadImageFromContainer(context, path.c_str(), versionNaming)
+             : LoadImageFromFile(context, path.c_str());
+}
+
+}  // namespace
+
 FwLibStatus FwLibLocateFirmware(FwLibContext* context, uint8_t bootloader) {
   if (context == nullptr) return kFwLibFailure;
   if (context->magic != kFwLibContextMagic) return kFwLibInvalidParameter;
   const uint8_t versionNaming = UsesVersionNaming(AnswerByte(*context, kTlvFirstTypeAt)) ? 1 : 0;
+  ForgetLoadedFirmwarePath();
+  if (g_runOptions.firmwareFile != nullptr) {
+    return LoadNamedFirmware(context, g_runOptions.firmwareFile, versionNaming);
+  }
 
   // A container that is missing or holds nothing for this controller is
   // not an error: the search goes on.

@@ -15,6 +15,8 @@ namespace {
 
 constexpr const char* kTag = "FWLIB";
 
+std::string g_loadedPath;
+
 bool ContextIsLive(const FwLibContext* context) {
   return context != nullptr && context->magic == kFwLibContextMagic;
 }
@@ -91,6 +93,7 @@ FwLibStatus LoadImageFromContainer(FwLibContext* context, const wchar_t* contain
   FileHandle handle = kNoFileHandle;
   const FwLibStatus status = LoadEntry(context, containerPath, useContextKey, entry, handle);
   if (FileHandleIsOpen(handle)) FwdatClose(handle);
+  if (status == kFwLibSuccess) g_loadedPath = HostPathFromWindows(containerPath);
   TraceRecord(status == kFwLibSuccess ? kTraceLevelInfo : kTraceLevelError, kTag,
               "container load: status %u", status);
   return status;
@@ -132,9 +135,18 @@ FwLibStatus LoadImageFromFile(FwLibContext* context, const wchar_t* path) {
   }
   const FwLibStatus status = ReadWholeFile(context, handle);
   FileClose(handle);
+  if (status == kFwLibSuccess) g_loadedPath = hostPath;
   TraceRecord(status == kFwLibSuccess ? kTraceLevelInfo : kTraceLevelError, kTag,
               "file load %s: status %u, %u bytes", hostPath.c_str(), status, context->imageSize);
   return status;
+}
+
+const std::string& LoadedFirmwarePath() {
+  return g_loadedPath;
+}
+
+void ForgetLoadedFirmwarePath() {
+  g_loadedPath.clear();
 }
 
 }  // namespace qrx

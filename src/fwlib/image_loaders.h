@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "fwlib/fwlib_context.h"
 
@@ -18,5 +19,10 @@ FwLibStatus LoadImageFromContainer(FwLibContext* context, const wchar_t* contain
 
 // Reads a whole SFI or BSEQ file.
 FwLibStatus LoadImageFromFile(FwLibContext* context, const wchar_t* path);
+
+// The host path of the file the last successful load read from; empty when
+// none succeeded since ForgetLoadedFirmwarePath.
+const std::string& LoadedFirmwarePath();
+void ForgetLoadedFirmwarePath();
 
 }  // namespace qrx

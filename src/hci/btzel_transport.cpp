@@ -5,6 +5,7 @@
 
 #include "hci/hci_exchange.h"
 #include "hci/vendor_commands.h"
+#include "platform/btsnoop.h"
 #include "platform/byte_order.h"
 #include "platform/clock.h"
 #include "platform/console.h"
@@ -160,6 +161,7 @@ int32_t BTZELTransport::ReceivePacket(uint8_t* destination, uint32_t* length, ui
         std::fill_n(destination, kReceiveCopyCapacity, uint8_t{0});
       }
       *length = total;
+      BtsnoopRecord(BtsnoopDirection::kReceived, std::span(receiveBuffer_.data(), total));
       fillCount_ = static_cast<int32_t>(fill - total);
       // What follows is the start of the next packet.
       if (fillCount_ > 0)

@@ -29,4 +29,13 @@ inline void WriteLe32(std::span<uint8_t> bytes, size_t offset, uint32_t value) {
   for (size_t i = 0; i < 4; ++i) bytes[offset + i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
+// The capture files that other tools read (btsnoop) are big-endian.
+inline void WriteBe32(std::span<uint8_t> bytes, size_t offset, uint32_t value) {
+  for (size_t i = 0; i < 4; ++i) bytes[offset + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
+}
+
+inline void WriteBe64(std::span<uint8_t> bytes, size_t offset, uint64_t value) {
+  for (size_t i = 0; i < 8; ++i) bytes[offset + i] = static_cast<uint8_t>(value >> (56 - 8 * i));
+}
+
 }  // namespace qrx

@@ -6,6 +6,16 @@
 
 namespace qrx {
 
+namespace {
+
+// Back to the line's start and clear to its end: what erases a status line.
+constexpr const char* kEraseLine = "\r\x1b[K";
+
+bool g_statusLineShown = false;
+std::string* g_transcript = nullptr;
+
+}  // namespace
+
 struct ConsoleSinkAccess {
   static ConsoleCapture* active;
   static std::string& Err() { return active->err_; }
@@ -20,6 +30,13 @@ struct ConsoleSinkAccess {
     std::vsnprintf(text.data(), text.size(), format, args);
     to.append(text.data(), static_cast<size_t>(needed));
   }
+  static void WriteErr(const char* text) {
+    if (active != nullptr) {
+      active->err_ += text;
+    } else {
+      std::fputs(text, stderr);
+    }
+  }
 };
 ConsoleCapture* ConsoleSinkAccess::active = nullptr;
 
@@ -30,11 +47,37 @@ ConsoleCapture::~ConsoleCapture() {
   ConsoleSinkAccess::active = nullptr;
 }
 
+void ConsoleClearStatusLine() {
+  if (!g_statusLineShown) return;
+  g_statusLineShown = false;
+  ConsoleSinkAccess::WriteErr(kEraseLine);
+}
+
+void ConsoleShowStatusLine(const char* text) {
+  // Drawn over the previous one, then whatever a longer one left is cleared.
+  ConsoleSinkAccess::WriteErr("\r");
+  ConsoleSinkAccess::WriteErr(text);
+  ConsoleSinkAccess::WriteErr("\x1b[K");
+  g_statusLineShown = true;
+}
+
+void ConsoleRecordInto(std::string* transcript) {
+  g_transcript = transcript;
+}
+
 void ConsolePrintf(const char* format, ...) {
+  ConsoleClearStatusLine();
   va_list args;
   va_start(args, format);
   if (ConsoleSinkAccess::active != nullptr) {
+    const size_t before = ConsoleSinkAccess::Err().size();
     ConsoleSinkAccess::Append(ConsoleSinkAccess::Err(), format, args);
+    if (g_transcript != nullptr) g_transcript->append(ConsoleSinkAccess::Err(), before);
+  } else if (g_transcript != nullptr) {
+    std::string text;
+    ConsoleSinkAccess::Append(text, format, args);
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    g_transcript->append(text);
   } else {
     std::vfprintf(stderr, format, args);
   }
@@ -42,6 +85,8 @@ void ConsolePrintf(const char* format, ...) {
 }
 
 void StdoutPrintf(const char* format, ...) {
+  // Both streams often share one terminal.
+  ConsoleClearStatusLine();
   va_list args;
   va_start(args, format);
   if (ConsoleSinkAccess::active != nullptr) {

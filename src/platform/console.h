@@ -13,6 +13,19 @@ void ConsolePrintf(const char* format, ...) __attribute__((format(printf, 1, 2))
 void StdoutPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 void StdoutFlush();
 
+// Standard error is a terminal someone is watching, not a pipe or a file.
+bool ConsoleIsTerminal();
+
+// One line drawn in place on standard error (a progress line). It is erased
+// before anything else is printed on either stream, so the text around it
+// reads exactly as without it. Callers draw it only on a terminal.
+void ConsoleShowStatusLine(const char* text);
+void ConsoleClearStatusLine();
+
+// While a transcript is set, everything printed on standard error is also
+// appended to it (the status line excepted). nullptr stops recording.
+void ConsoleRecordInto(std::string* transcript);
+
 // Test hook: while a capture is alive, both streams are appended to strings
 // instead of reaching the process's descriptors. Captures do not nest.
 class ConsoleCapture {

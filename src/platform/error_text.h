@@ -9,4 +9,7 @@ int LastPlatformError();
 // standard error: what an operator sees when a device or file will not open.
 void PrintSystemErrorText();
 
+// The system's text for an error number ("No such file or directory").
+const char* SystemErrorText(int error);
+
 }  // namespace qrx

@@ -14,4 +14,8 @@ void PrintSystemErrorText() {
   ConsolePrintf("%s\n", std::strerror(errno));
 }
 
+const char* SystemErrorText(int error) {
+  return std::strerror(error);
+}
+
 }  // namespace qrx

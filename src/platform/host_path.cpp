@@ -10,6 +10,8 @@ namespace {
 constexpr std::wstring_view kObjectManagerPrefix = L"\\??\\";
 constexpr char kDefaultDrive = 'C';
 constexpr const char* kDriveRootDefault = "/";
+constexpr std::wstring_view kHostRoot = L"/";
+constexpr std::wstring_view kHostRelative = L"./";
 
 bool IsAsciiLetter(wchar_t c) {
   return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z');
@@ -45,6 +47,11 @@ void AppendUtf8(std::string& out, wchar_t c) {
 
 std::string HostPathFromWindows(const wchar_t* path) {
   std::wstring_view rest(path);
+  if (rest.starts_with(kHostRoot) || rest.starts_with(kHostRelative)) {
+    std::string host;
+    for (wchar_t c : rest) host += static_cast<char>(c);
+    return host;
+  }
   if (rest.starts_with(kObjectManagerPrefix)) rest.remove_prefix(kObjectManagerPrefix.size());
 
   std::string joined;
@@ -64,6 +71,14 @@ std::string HostPathFromWindows(const wchar_t* path) {
     host += c;
   }
   return host;
+}
+
+std::wstring WideFromHostPath(const char* hostPath) {
+  const std::string_view host(hostPath);
+  std::wstring wide;
+  if (!host.starts_with('/') && !host.starts_with("./")) wide = kHostRelative;
+  for (char c : host) wide += static_cast<wchar_t>(static_cast<unsigned char>(c));
+  return wide;
 }
 
 }  // namespace qrx

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "platform/btsnoop.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/error_text.h"
@@ -129,6 +130,10 @@ int32_t BTZELSERIAL::WriteHciCommand(const uint8_t* command, uint32_t length) {
   }
   // A blocking descriptor never leaves the write pending: there is nothing to wait for.
   const int64_t written = SerialWrite(portHandle_, transmitStaging_.data(), length + 1);
+  if (written > 0) {
+    BtsnoopRecord(BtsnoopDirection::kSent,
+                  std::span(transmitStaging_.data(), static_cast<size_t>(written)));
+  }
   return written < 0 ? 0 : static_cast<int32_t>(written);
 }
 
@@ -236,6 +241,9 @@ int32_t BTZELSERIAL::ReadRaw(uint8_t* destination, uint32_t count) {
 
 int32_t BTZELSERIAL::WriteRaw(const uint8_t* source, uint32_t count) {
   const int64_t written = source == nullptr ? -1 : SerialWrite(portHandle_, source, count);
+  if (written > 0) {
+    BtsnoopRecord(BtsnoopDirection::kSent, std::span(source, static_cast<size_t>(written)));
+  }
   if (written < 0) {
     StdoutPrintf("Failed to call WriteFile\n");
     return 0;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <span>
 
+#include "platform/btsnoop.h"
 #include "platform/byte_order.h"
 #include "platform/console.h"
 #include "platform/trace.h"
@@ -180,6 +181,9 @@ int32_t SendSocketCmd(const uint8_t* payload, uint32_t length) {
     ConsolePrintf("ERROR: Send failed with error: %d\n", LastSocketError());
     return 0;
   }
+  // The packet as the controller gets it: type byte and command, not the spare byte.
+  BtsnoopRecord(BtsnoopDirection::kSent,
+                std::span(scratch.data(), std::min<size_t>(length, scratch.size())));
   return static_cast<int32_t>(sent);
 }
 
@@ -223,6 +227,7 @@ bool ReadSocketEvent(uint8_t* destination, uint32_t capacity, uint32_t* received
       }
       std::memcpy(destination, packet.data(), total);
       setLength(total);
+      BtsnoopRecord(BtsnoopDirection::kReceived, std::span(packet.data(), total));
       // A second packet in the same message is moved up and then dropped,
       // since the next call starts empty; intended.
       if (filled > total) std::memmove(packet.data(), packet.data() + total, filled - total);

@@ -1,0 +1,457 @@
+// The loader's double-dash options against the simulator: --firmware,
+// --btsnoop, --report, the terminal-only lines, --help and --version.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <regex>
+
+#include "e2e/e2e_bench.h"
+#include "image/fw_image.h"
+#include "platform/byte_order.h"
+#include "platform/sha256.h"
+#include "support/terminal_run_posix.h"
+
+namespace qrx::test {
+namespace {
+
+using fwimage::BuildFwdat;
+using fwimage::BuildSfiImage;
+using fwimage::BuildTwoBlockImage;
+using fwimage::FwdatEntrySpec;
+using fwimage::MatchKey;
+using fwimage::SignedImageSpec;
+using Json = nlohmann::json;
+
+constexpr uint8_t kSignedKind = 1;
+const std::vector<std::string> kTlvBoot = {"--profile", "tlv-boot"};
+const SignedImageSpec kSmallImage{.bodyBytes = 300, .seed = 5, .patchNumber = 0};
+const SignedImageSpec kDecoyImage{.bodyBytes = 300, .seed = 9, .patchNumber = 0};
+
+const std::string kPicked =
+    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
+const std::string kTcpVersion =
+    "CMD: Read Norix Version                  Send Packet Size = 17 \n[OK]\n"
+    "EVT: CommandComplete <Norix Version>     [OK]\n";
+const std::string kSmallImageFrames =
+    "Send Packet Size = 145 \nSend Packet Size = 269 \nSend Packet Size = 21 \n"
+    "Send Packet Size = 269 \nSend Packet Size = 21 \nSend Packet Size = 269 \n"
+    "Send Packet Size = 269 \n";
+const std::string kTcpTimingTable =
+    "Task                      %Time        Time(Sec)\n"
+    "Patch Lib (Init):           #   #\nPatch Lib (Get Next):       #   #\n"
+    "Patch Lib (Process Last):   #   #\nInitialization:             #   #\n"
+    "Other:                     #   #\nTotal:                    #   #\n";
+const std::string kNoFirmware =
+    "ERROR: QRXFUL was unable to find viable firmware! Status=11\n\nPlease copy the Firmware file "
+    "in custom location C:\\Program Files\\Norix\\Bluetooth \n";
+
+std::vector<uint8_t> Container(const std::vector<std::string>& sim,
+                               const std::vector<uint8_t>& image) {
+  std::vector<FwdatEntrySpec> entries(1);
+  entries[0].kindByte = kSignedKind;
+  entries[0].matchKey = MatchKey(FromHex(SimulatorKey(sim)));
+  entries[0].image = image;
+  return BuildFwdat(entries);
+}
+
+std::span<const uint8_t> Bytes(const std::string& text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+std::string HexLine(std::span<const uint8_t> bytes) {
+  std::string text;
+  char pair[4];
+  for (uint8_t b : bytes) {
+    std::snprintf(pair, sizeof pair, "%02X ", b);
+    text += pair;
+  }
+  if (!text.empty()) text.pop_back();
+  return text;
+}
+
+// A btsnoop reader of its own: the header, then records that end exactly
+// at the end of the file.
+struct SnoopRecord {
+  bool received;
+  bool commandOrEvent;
+  uint64_t timestamp;
+  std::vector<uint8_t> packet;
+};
+
+uint32_t Be32(std::span<const uint8_t> b, size_t at) {
+  return (uint32_t{b[at]} << 24) | (uint32_t{b[at + 1]} << 16) | (uint32_t{b[at + 2]} << 8) |
+         b[at + 3];
+}
+
+std::vector<SnoopRecord> ReadSnoop(const std::string& text) {
+  const std::span<const uint8_t> file = Bytes(text);
+  std::vector<SnoopRecord> records;
+  EXPECT_GE(file.size(), 16u);
+  if (file.size() < 16) return records;
+  EXPECT_EQ(std::string(text.data(), 8), std::string("btsnoop\0", 8));
+  EXPECT_EQ(Be32(file, 8), 1u) << "version";
+  EXPECT_EQ(Be32(file, 12), 1002u) << "datalink H4";
+  size_t at = 16;
+  while (at + 24 <= file.size()) {
+    const uint32_t original = Be32(file, at);
+    const uint32_t included = Be32(file, at + 4);
+    const uint32_t flags = Be32(file, at + 8);
+    EXPECT_EQ(original, included);
+    EXPECT_EQ(Be32(file, at + 12), 0u) << "drops";
+    EXPECT_EQ(flags & ~3u, 0u);
+    const uint64_t stamp = (uint64_t{Be32(file, at + 16)} << 32) | Be32(file, at + 20);
+    if (at + 24 + included > file.size()) break;
+    records.push_back(
+        {(flags & 1) != 0, (flags & 2) != 0, stamp,
+         std::vector<uint8_t>(file.begin() + at + 24, file.begin() + at + 24 + included)});
+    at += 24 + included;
+  }
+  EXPECT_EQ(at, file.size()) << "a record is cut short";
+  return records;
+}
+
+// Checks the capture against the simulator's log: every command it received
+// was captured as sent (H4 type 1 in front), every received record is an
+// event, and time never runs backwards. Returns the received records.
+std::vector<SnoopRecord> ExpectCaptureMatches(const std::vector<SnoopRecord>& records,
+                                              const std::vector<std::string>& commandLog) {
+  std::vector<std::string> sent;
+  std::vector<SnoopRecord> received;
+  uint64_t last = 0;
+  for (const SnoopRecord& record : records) {
+    EXPECT_GE(record.timestamp, last);
+    last = record.timestamp;
+    EXPECT_TRUE(record.commandOrEvent);
+    EXPECT_FALSE(record.packet.empty());
+    if (record.packet.empty()) continue;
+    if (record.received) {
+      EXPECT_EQ(record.packet[0], 0x04) << "received packets are events";
+      received.push_back(record);
+    } else {
+      EXPECT_EQ(record.packet[0], 0x01) << "sent packets are commands";
+      sent.push_back(HexLine(std::span(record.packet).subspan(1)));
+    }
+  }
+  EXPECT_EQ(sent, commandLog);
+  return received;
+}
+
+// btmon reads the capture and shows one line per command sent.
+void ExpectBtmonReads(const std::string& path, size_t commands) {
+  const ProcessResult btmon = RunProcess({"/bin/sh", "-c", "btmon -r '" + path + "'"});
+  ASSERT_EQ(btmon.exitStatus, 0) << btmon.err;
+  size_t shown = 0;
+  for (size_t at = 0; (at = btmon.out.find("< HCI Command:", at)) != std::string::npos; ++at) {
+    ++shown;
+  }
+  EXPECT_EQ(shown, commands) << btmon.out;
+}
+
+// Takes the status line out of a terminal transcript: each draw is "\r", the
+// text and "\x1b[K"; each erase "\r\x1b[K". Fails when anything else is
+// printed while a line is drawn. Returns the draws; `clean` gets the rest.
+std::vector<std::string> TakeStatusLines(const std::string& terminal, std::string& clean) {
+  static const std::string kClear = "\x1b[K";
+  std::vector<std::string> draws;
+  bool shown = false;
+  for (size_t at = 0; at < terminal.size();) {
+    if (terminal[at] != '\r') {
+      EXPECT_FALSE(shown) << "printed over the status line at byte " << at;
+      clean += terminal[at++];
+      continue;
+    }
+    const size_t end = terminal.find(kClear, at);
+    if (end == std::string::npos) {
+      ADD_FAILURE() << "a status line without its clear at byte " << at;
+      return draws;
+    }
+    if (end == at + 1) {
+      shown = false;  // erased
+    } else {
+      draws.push_back(terminal.substr(at + 1, end - at - 1));
+      shown = true;
+    }
+    at = end + kClear.size();
+  }
+  EXPECT_FALSE(shown) << "the status line is left on the screen";
+  return draws;
+}
+
+TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
+  const std::string loader = BuildProduct("src/qrxbpl");
+  // The usage text as the design prints it for too few arguments.
+  const ProcessResult designed = RunProcess({loader});
+  const std::string usage = designed.err.substr(designed.err.find("qrxbpl.exe"));
+  ASSERT_EQ(designed.exitStatus, 255);
+  struct Case {
+    std::vector<std::string> args;
+    int exitStatus;
+    std::string out;
+    std::string err;
+  };
+  const std::vector<Case> cases = {
+      {{"--help"}, 0, usage, ""},
+      {{"--version"}, 0, usage.substr(0, usage.find('\n') + 1), ""},
+      // Not alone: an unknown argument, as the design treats it.
+      {{"--help", "-i", "3"},
+       255,
+       "",
+       "'-i' is required as the first argument, please provide it.\n\n"},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::string> argv = {loader};
+    argv.insert(argv.end(), c.args.begin(), c.args.end());
+    const ProcessResult run = RunProcess(argv);
+    EXPECT_EQ(run.exitStatus, c.exitStatus) << c.args[0];
+    EXPECT_EQ(run.out, c.out) << c.args[0];
+    EXPECT_EQ(run.err, c.err) << c.args[0];
+  }
+  EXPECT_TRUE(std::regex_match(
+      usage.substr(0, usage.find('\n')),
+      std::regex(
+          R"(qrxbpl\.exe - qRX Patch Loader \(build \w{3} \w{3} [ 0-9]\d \d\d:\d\d:\d\d \d{4}\))")));
+}
+
+TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
+  const auto image = BuildTwoBlockImage(kSmallImage, true);
+  const auto sfi = BuildSfiImage(kSmallImage);
+  struct Case {
+    std::string name;
+    std::vector<uint8_t> bytes;
+    std::vector<std::string> extra;
+    std::string downloading;
+    std::vector<uint8_t> sent;
+    bool secondBlock;
+  };
+  const std::vector<Case> cases = {
+      {"my_fw.dat", Container(kTlvBoot, image), {}, "FWDAT", image, true},
+      {"my_fw.sfi", sfi, {}, "SFI", sfi, false},
+      // -fw names the type; the file is then read as a container.
+      {"image.bin", Container(kTlvBoot, image), {"-fw", "x.dat"}, "FWDAT", image, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    E2eBench bench;
+    // A container in the searched folder that the named file must win over.
+    bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, BuildTwoBlockImage(kDecoyImage, true)));
+    const std::string path = bench.Drive().WriteFile("elsewhere/" + c.name, c.bytes);
+    const std::string port = bench.StartTcp(kTlvBoot);
+    std::vector<std::string> args = {"-i", "3", "-a", "127.0.0.1", "-p", port, "--firmware", path};
+    args.insert(args.end(), c.extra.begin(), c.extra.end());
+    const ProcessResult run = bench.RunLoader(args);
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_EQ(MaskTimes(run.err),
+              (c.extra.empty() ? kPicked : "") + kTcpVersion +
+                  "Initialization complete.\nDownloading " + c.downloading + " file...\n" +
+                  kSmallImageFrames +
+                  "CMD: Norix HCI Reset                     Send Packet Size = 24 \n[OK]\n"
+                  "Download complete.\n" +
+                  kTcpTimingTable);
+    std::vector<std::string> expected = {"05 FC 01 FF"};
+    for (const std::string& send : ExpectedSecureSends(c.sent, c.secondBlock)) {
+      expected.push_back(send);
+    }
+    expected.push_back("01 FC 08 00 00 00 01 00 80 00 00");
+    EXPECT_EQ(bench.CommandLog(), expected);
+  }
+}
+
+// A failed download over TCP: the capture holds every packet up to the
+// failing event, and the report tells the whole story.
+TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
+  E2eBench bench;
+  const auto image = BuildTwoBlockImage(kSmallImage, true);
+  const auto container = Container(kTlvBoot, image);
+  bench.PutFirmware("qrxfw.dat", container);
+  std::vector<std::string> sim = kTlvBoot;
+  sim.insert(sim.end(), {"--fault", "failed-completion"});
+  const std::string port = bench.StartTcp(sim);
+  const std::string snoop = bench.Drive().Join("run.snoop");
+  const std::string report = bench.Drive().Join("run.json");
+  const ProcessResult run = bench.RunLoader(
+      {"-i", "3", "-a", "127.0.0.1", "-p", port, "--btsnoop", snoop, "--report", report});
+
+  EXPECT_EQ(run.exitStatus, 255);
+  EXPECT_EQ(run.err, kPicked + kTcpVersion +
+                         "Initialization complete.\nDownloading FWDAT file...\n" +
+                         kSmallImageFrames + "HCI event failed! status: 0x10\n" +
+                         "Download incomplete!\nERROR: QRXFUL received an invalid event from the "
+                         "controller. Either an invalid firmware file was suppplied or "
+                         "communication was lost with the controller! Status=12\n");
+
+  const auto records = ReadSnoop(bench.Drive().Read("run.snoop"));
+  const auto commands = bench.CommandLog();
+  const auto received = ExpectCaptureMatches(records, commands);
+  ASSERT_GE(received.size(), 3u);
+  EXPECT_EQ(HexLine(received.back().packet), "04 FF 02 06 10") << "the failing completion";
+  ExpectBtmonReads(snoop, commands.size());
+
+  const Json json = Json::parse(bench.Drive().Read("run.json"));
+  EXPECT_EQ(json["exitStatus"], 255);
+  ASSERT_EQ(json["versionAnswers"].size(), 1u);
+  // The answer as the capture saw it arrive (after the server's ready event).
+  EXPECT_EQ(json["versionAnswers"][0]["hex"], HexText(received[1].packet));
+  EXPECT_EQ(json["versionAnswers"][0]["form"], "tlv");
+  EXPECT_EQ(json["versionAnswers"][0]["mode"], "bootloader");
+  Sha256 hash;
+  hash.Update(container);
+  EXPECT_EQ(json["firmware"],
+            Json({{"path", bench.Drive().Join(std::string(kFirmwareFolder) + "/qrxfw.dat")},
+                  {"kind", "FWDAT"},
+                  {"size", container.size()},
+                  {"imageSize", image.size()},
+                  {"sha256", HexText(hash.Finish())}}));
+  EXPECT_EQ(json["steps"], Json::parse(R"([
+      {"step": "CMD: Read Norix Version", "result": "[OK]"},
+      {"step": "EVT: CommandComplete <Norix Version>", "result": "[OK]"}])"));
+  EXPECT_EQ(json["libraryStatus"], Json::parse(R"([
+      {"stage": "initialize", "status": 0}, {"stage": "download", "status": 12}])"));
+  ASSERT_EQ(json["errors"].size(), 1u);
+  EXPECT_EQ(json["console"], run.err);
+  std::vector<std::string> tasks;
+  for (const Json& row : json["timing"]) tasks.push_back(row["task"]);
+  EXPECT_EQ(tasks, (std::vector<std::string>{"Patch Lib (Init)", "Patch Lib (Get Next)",
+                                             "Patch Lib (Process Last)", "Initialization", "Other",
+                                             "Total"}));
+}
+
+// Over the UART: a complete download captured packet by packet, and a named
+// file that cannot be read, reported and captured up to the end.
+TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
+  const auto image = BuildTwoBlockImage(kSmallImage, true);
+  for (const bool readable : {true, false}) {
+    SCOPED_TRACE(readable ? "download" : "unreadable file");
+    E2eBench bench;
+    const std::string path =
+        readable ? bench.Drive().WriteFile("fw/my_fw.dat", Container(kTlvBoot, image))
+                 : bench.Drive().Join("fw/missing.sfi");
+    const std::string pty = bench.StartPty(kTlvBoot);
+    const std::string snoop = bench.Drive().Join("uart.snoop");
+    const std::string report = bench.Drive().Join("uart.json");
+    const ProcessResult run = bench.RunLoader(
+        {"-i", "2", "-p", pty, "--firmware", path, "--btsnoop", snoop, "--report", report});
+
+    const std::string version =
+        "CMD: Read Norix Version                  [OK]\nEVT: CommandComplete <Norix Version>     "
+        "[OK]\n";
+    const Json json = Json::parse(bench.Drive().Read("uart.json"));
+    if (readable) {
+      EXPECT_EQ(run.exitStatus, 0);
+      EXPECT_EQ(MaskTimes(run.err),
+                kPicked + version +
+                    "Initialization complete.\nDownloading FWDAT file...\n"
+                    "CMD: Norix HCI Reset                     [OK]\nDownload complete.\n"
+                    "Task                      %Time        Time(Sec)\n"
+                    "Switch Baudrate:            #   #\nWindows COM Write:          #   #\n"
+                    "Windows COM Read:           #   #\n" +
+                    kTcpTimingTable.substr(kTcpTimingTable.find('\n') + 1));
+      EXPECT_EQ(json["firmware"]["path"], path);
+      EXPECT_EQ(json["timing"][1]["task"], "Windows COM Write");
+      EXPECT_EQ(json["timing"].size(), 9u);
+    } else {
+      EXPECT_EQ(run.exitStatus, 255);
+      EXPECT_EQ(run.err, kPicked + version + "qrxbpl: cannot read the firmware file " + path +
+                             ": No such file or directory\n" + kNoFirmware);
+      EXPECT_TRUE(json["firmware"].is_null());
+      EXPECT_EQ(json["libraryStatus"], Json::parse(R"([{"stage": "initialize", "status": 11}])"));
+      EXPECT_EQ(json["errors"][0], kNoFirmware.substr(0, kNoFirmware.find('\n')));
+    }
+    EXPECT_EQ(json["exitStatus"], run.exitStatus);
+    EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
+    const auto commands = bench.CommandLog();
+    ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("uart.snoop")), commands);
+    ExpectBtmonReads(snoop, commands.size());
+  }
+}
+
+// A run cut short (here killed while it waits for an answer) leaves every
+// packet it had sent or received in the capture, each record whole.
+TEST(LinuxFeatures, CaptureIsCompleteWhenTheRunIsKilled) {
+  E2eBench bench;
+  bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, BuildTwoBlockImage(kSmallImage, true)));
+  std::vector<std::string> sim = kTlvBoot;
+  sim.insert(sim.end(), {"--fault", "silent@3"});
+  const std::string port = bench.StartTcp(sim);
+  const std::string snoop = bench.Drive().Join("cut.snoop");
+  const ProcessResult run = RunProcess(
+      {BuildProduct("src/qrxbpl"), "-i", "3", "-a", "127.0.0.1", "-p", port, "--btsnoop", snoop},
+      {{"QRXBPL_DRIVE_C", bench.Drive().Path()}}, 1500);
+  EXPECT_EQ(run.exitStatus, -1) << "killed at the time limit";
+  const auto commands = bench.CommandLog();
+  ASSERT_EQ(commands.size(), 3u);
+  const auto received = ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("cut.snoop")), commands);
+  EXPECT_EQ(received.size(), 3u) << "ready event, version answer, one fragment's answer";
+}
+
+// On a terminal the loader names the file it loaded and draws a progress
+// line that it erases before any other line; everything else is exactly the
+// transcript of the same run into a pipe. Off the terminal, only --progress
+// brings them.
+TEST(LinuxFeatures, ProgressLineOnlyOnATerminal) {
+  struct Case {
+    bool uart;
+    std::string option;  // "-v" also goes to the piped reference run
+    bool terminal;
+    bool progress;
+    bool firmwareLine;
+  };
+  const std::vector<Case> cases = {
+      {false, "", true, true, true},
+      {true, "", true, true, true},
+      {false, "-v", true, false, true},
+      {true, "--no-progress", true, false, false},
+      {false, "--progress", false, true, true},
+  };
+  const auto image = BuildTwoBlockImage(kSmallImage, true);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.uart ? "uart " : "tcp ") + c.option);
+    std::string reference;
+    ProcessResult run;
+    std::string firmwarePath;
+    for (const bool withOptions : {false, true}) {
+      E2eBench bench;
+      bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, image));
+      firmwarePath = bench.Drive().Join(std::string(kFirmwareFolder) + "/qrxfw.dat");
+      std::vector<std::string> argv = {BuildProduct("src/qrxbpl"), "-i"};
+      if (c.uart) {
+        argv.insert(argv.end(), {"2", "-p", bench.StartPty(kTlvBoot)});
+      } else {
+        argv.insert(argv.end(), {"3", "-a", "127.0.0.1", "-p", bench.StartTcp(kTlvBoot)});
+      }
+      if (c.option == "-v") argv.push_back(c.option);
+      const Environment env = {{"QRXBPL_DRIVE_C", bench.Drive().Path()}};
+      if (!withOptions) {
+        const ProcessResult piped = RunProcess(argv, env);
+        ASSERT_EQ(piped.exitStatus, 0);
+        reference = MaskTimes(piped.err);
+        continue;
+      }
+      if (c.option.starts_with("--")) argv.push_back(c.option);
+      run = c.terminal ? RunWithTerminalStderr(argv, env) : RunProcess(argv, env);
+    }
+    EXPECT_EQ(run.exitStatus, 0);
+    std::string clean;
+    const auto draws = TakeStatusLines(run.err, clean);
+    std::string expected = reference;
+    if (c.firmwareLine) {
+      const std::string after = "Initialization complete.\n";
+      expected.insert(expected.find(after) + after.size(),
+                      "Firmware file: " + firmwarePath + " (" +
+                          std::to_string(Container(kTlvBoot, image).size()) + " bytes)\n");
+    }
+    EXPECT_EQ(MaskTimes(clean), expected);
+    if (!c.progress) {
+      EXPECT_TRUE(draws.empty());
+      continue;
+    }
+    ASSERT_FALSE(draws.empty());
+    const std::regex line(R"( *\d+% (\d+)/(\d+) bytes(  \d+\.\d kbit/s  \d+:\d\d left)?)");
+    for (const std::string& draw : draws) EXPECT_TRUE(std::regex_match(draw, line)) << draw;
+    const std::string total = std::to_string(image.size());
+    EXPECT_EQ(draws.back().substr(0, 4 + 2 * total.size() + 8),
+              "100% " + total + "/" + total + " bytes");
+  }
+}
+
+}  // namespace
+}  // namespace qrx::test
