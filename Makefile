@@ -1,10 +1,10 @@
 # Front door: `make` builds, `make check` runs every test, `make demo` runs the
-# loader against the bundled simulator. CMake does the real work in $(BUILD).
+# loader against the bundled simulator, `make bench` times whole downloads. CMake does the real work in $(BUILD).
 BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 
-.PHONY: all check demo clean format
+.PHONY: all check demo bench clean format
 
 all: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
@@ -17,6 +17,10 @@ check: all
 
 demo: all
 	tools/demo.sh $(BUILD)
+
+# Not a test and not in CI: figures depend on the machine and its load.
+bench: all
+	$(BUILD)/bench/qrx_download_bench $(BUILD)
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
