@@ -30,7 +30,7 @@ namespace fs = std::filesystem;
 
 // Each row is run this often and its best run kept: on a shared machine the
 // best run is the one least disturbed by others.
-constexpr int kRounds = 5;
+constexpr int kRounds = 7;
 constexpr uint32_t kSignedCapacity = 258;
 constexpr uint8_t kSignedKind = 1;
 constexpr int kSimulatorEndMs = 5000;
@@ -163,8 +163,11 @@ double MicrosPerFragment(const Row& row) {
   return ns / 1e3 / static_cast<double>(row.image->fragments.size());
 }
 
+// The floor is the faster of the two minimal clients (the first two rows): with
+// Nagle's algorithm on, how soon the poll may follow the frame depends on when
+// the server's ACK comes back, which varies with the load.
 void PrintTable(const std::vector<Row>& rows) {
-  const double floor = MicrosPerFragment(rows.front());
+  const double floor = std::min(MicrosPerFragment(rows[0]), MicrosPerFragment(rows[1]));
   std::printf(
       "| run | image | fragments | wall ms | fixed waits ms | us/fragment | x floor | peak RSS "
       "KiB | image KiB |\n|---|---|---:|---:|---:|---:|---:|---:|---:|\n");
@@ -212,7 +215,7 @@ int main(int argc, char** argv) {
   const int64_t uartWaits = kWaitsEveryRun + kWaitsRateSwitch;
 
   std::vector<Row> rows = {
-      {"floor: minimal client, TCP, qrxvps", &medium, 0, {}, {}},
+      {"minimal client, TCP, qrxvps", &medium, 0, {}, {}},
       {"minimal client, TCP_NODELAY, qrxvps", &medium, 0, {}, {"nodelay"}},
       {"qrxbpl TCP, qrxvps", &small, kWaitsEveryRun, tcpSim, tcp},
       {"qrxbpl TCP, qrxvps", &medium, kWaitsEveryRun, tcpSim, tcp},
@@ -247,7 +250,7 @@ int main(int argc, char** argv) {
   }
   std::printf(
       "qrxbpl download bench: best of %d runs (the delayed-ACK row: one); "
-      "us/fragment = (wall - fixed waits) / fragments\n",
+      "us/fragment = (wall - fixed waits) / fragments; floor = the faster minimal client\n",
       kRounds);
   PrintTable(rows);
   const bool allOk = std::all_of(rows.begin(), rows.end(), [](const Row& r) { return !r.failed; });
