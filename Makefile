@@ -1,14 +1,14 @@
 # Front door: `make` builds, `make check` runs every test, `make demo` runs the
 # loader against the bundled simulator, `make install` installs under $(PREFIX)
-# (staged under $(DESTDIR) when set), `make package` builds a .deb in $(BUILD).
-# CMake does the real work in $(BUILD).
+# (staged under $(DESTDIR) when set), `make package` builds a .deb in $(BUILD),
+# `make bench` times whole downloads. CMake does the real work in $(BUILD).
 BUILD ?= build
 JOBS ?= 2
 CMAKE_FLAGS ?=
 PREFIX ?= /usr/local
 DESTDIR ?=
 
-.PHONY: all check demo install package clean format
+.PHONY: all check demo bench install package clean format
 
 all: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
@@ -32,6 +32,10 @@ install: all
 
 package: all
 	cmake --build $(BUILD) --target package
+
+# Not a test and not in CI: figures depend on the machine and its load.
+bench: all
+	$(BUILD)/bench/qrx_download_bench $(BUILD)
 
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')

@@ -54,7 +54,8 @@ int main(int argc, char** argv) {
     return kExitFailure;
   }
   SessionSettings settings{options.controller, options.faults,
-                           options.logPath.empty() ? nullptr : &log, options.once};
+                           options.logPath.empty() ? nullptr : &log, options.once,
+                           options.delayedAck};
   std::atomic<bool> stop{false};
   InstallStopSignals(&stop);
 

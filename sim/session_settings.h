@@ -17,6 +17,7 @@ struct SessionSettings {
   std::vector<FaultSpec> faults;
   CommandLog* log = nullptr;
   bool once = false;
+  bool delayedAck = false;  // TCP: acknowledge as an ordinary server does
 };
 
 Controller NewSessionController(const SessionSettings& settings);

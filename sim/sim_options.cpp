@@ -51,6 +51,8 @@ bool ParseSimOptions(int argc, const char* const* argv, SimOptions* options, std
       o.front = Front::kTcp;
     } else if (arg == "--once") {
       o.once = true;
+    } else if (arg == "--delayed-ack") {
+      o.delayedAck = true;
     } else if (arg == "--print-key") {
       o.printKey = true;
     } else if (Matches(arg, "--port")) {
@@ -131,6 +133,8 @@ std::string SimHelpText() {
       "                      \"qrxvps: listening on ADDR:PORT\"\n"
       "  --port N            TCP port (default 12360; 0 picks a free one)\n"
       "  --bind ADDR         TCP listen address (default 127.0.0.1)\n"
+      "  --delayed-ack       TCP: acknowledge as an ordinary server does (the kernel's\n"
+      "                      delayed ACKs) instead of at once after every read\n"
       "  --pty               serve a UART on a new pseudo-terminal instead. First line on\n"
       "                      stdout: \"qrxvps: pty /dev/pts/N\"\n"
       "\n"

@@ -23,6 +23,7 @@ struct SimOptions {
   std::vector<FaultSpec> faults;
   std::string logPath;
   bool once = false;
+  bool delayedAck = false;
   bool printKey = false;
   bool help = false;
 };

@@ -43,8 +43,12 @@ int AcceptClient(int listenFd) {
   if (fd < 0) return -1;
   const int on = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
-  setsockopt(fd, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
   return fd;
+}
+
+void RequestQuickAck(int fd) {
+  const int on = 1;
+  setsockopt(fd, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
 }
 
 Readiness WaitReadable(int fd, int timeoutMs) {
@@ -62,9 +66,6 @@ long ReceiveSome(int fd, std::span<uint8_t> buffer) {
   do {
     count = recv(fd, buffer.data(), buffer.size(), 0);
   } while (count < 0 && errno == EINTR);
-  // The kernel drops back to delayed acknowledgements on its own; ask again.
-  const int on = 1;
-  setsockopt(fd, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof(on));
   return static_cast<long>(count);
 }
 

@@ -16,10 +16,12 @@ enum class Readiness : uint8_t { kReadable, kTimeout, kHangup, kError };
 int ListenTcp(const std::string& address, uint16_t port, uint16_t* boundPort, std::string* error);
 // A connected client with TCP_NODELAY set, or -1.
 int AcceptClient(int listenFd);
+// Acknowledges what arrives at once rather than after the usual delay. The
+// kernel drops back to delayed acknowledgements on its own, so this is asked
+// again after every read.
+void RequestQuickAck(int fd);
 Readiness WaitReadable(int fd, int timeoutMs);
-// Bytes read (0: the peer closed, -1: failure). Re-arms the quick
-// acknowledgement after every read, so the client's small back-to-back
-// writes never wait on a delayed ACK.
+// Bytes read (0: the peer closed, -1: failure).
 long ReceiveSome(int fd, std::span<uint8_t> buffer);
 bool SendAll(int fd, std::span<const uint8_t> bytes);
 void CloseSocket(int fd);

@@ -30,6 +30,7 @@ int TcpFront::Serve(const SessionSettings& settings, const std::atomic<bool>& st
     if (ready != Readiness::kReadable) return 1;
     const int fd = AcceptClient(listenFd_);
     if (fd < 0) continue;
+    if (!settings.delayedAck) RequestQuickAck(fd);
     ServeClient(fd, settings, stop);
     if (settings.once) break;
   }
@@ -48,6 +49,9 @@ void TcpFront::ServeClient(int fd, const SessionSettings& settings, const std::a
     if (ready != Readiness::kReadable) break;
     const long count = ReceiveSome(fd, buffer);
     if (count <= 0) break;
+    // Prompt acknowledgements, so the client's small back-to-back writes
+    // never wait on a delayed ACK; --delayed-ack leaves the kernel's default.
+    if (!settings.delayedAck) RequestQuickAck(fd);
     std::string error;
     if (!session.OnClientBytes(std::span<const uint8_t>(buffer.data(), count), &error)) {
       ConsolePrintf("qrxvps: closing the connection: %s\n", error.c_str());

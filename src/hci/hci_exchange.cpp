@@ -4,8 +4,6 @@
 #include <array>
 #include <cstring>
 #include <limits>
-#include <memory>
-#include <new>
 
 #include "hci/hci_api.h"
 #include "platform/trace.h"
@@ -34,17 +32,10 @@ int32_t SendOverTcp(const uint8_t* command, uint32_t length) {
     TraceRecord(kTraceLevelError, "QRXBPLSendCommand", "command length %u too long", length);
     return -1;
   }
-  // One byte more than the command is allocated and handed on: intended, the
-  // client frames the type byte in front and the spare byte is never sent.
-  const uint32_t padded = length + 1;
-  std::unique_ptr<uint8_t[]> buffer(new (std::nothrow) uint8_t[padded]);
-  if (!buffer) {
-    TraceRecord(kTraceLevelError, "QRXBPLSendCommand", "cannot allocate %u bytes", padded);
-    return -1;
-  }
-  std::memset(buffer.get(), 0, padded);
-  std::memcpy(buffer.get(), command, length);
-  return SendSocketCmd(buffer.get(), padded);
+  // One byte more than the command is handed on: intended, the client frames
+  // the type byte in front and never reads that spare byte, so the command is
+  // passed as it stands, with no copy of its own.
+  return SendSocketCmd(command, length + 1);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "platform/byte_order.h"
 #include "platform/console.h"
 #include "platform/trace.h"
+#include "run/run_options.h"
 #include "transport/h4_packet_types.h"
 #include "transport/tcp_socket.h"
 
@@ -26,7 +27,6 @@ constexpr size_t kFrameLengthOffset = 4;
 constexpr size_t kFrameReservedOffset = 8;
 constexpr uint32_t kDataMessageType = 1;
 constexpr uint32_t kFrameLengthWordSize = 4;  // the length word counts the reserved word too
-constexpr size_t kScratchPayloadCapacity = 511;
 
 // Every server message opens with a prefix the client skips unread.
 constexpr size_t kServerPrefixLength = 4;
@@ -62,6 +62,7 @@ struct TcpClientState {
   int32_t lastResult = 0;  // kept for diagnosis; no decision reads it
   std::array<char, kServerAddressLength> serverAddress{};
   std::array<uint8_t, kMaxPacketLength> accumulation{};
+  bool readTimeoutSet = false;  // on this connection
 };
 
 TcpClientState g_tcp;
@@ -74,13 +75,18 @@ void ReportCopyFailure(uint8_t* destination, uint32_t capacity, int error) {
 
 // The option value is built as {0, t} but only its first word counts as the
 // time-out, so the effective setting is 0: reads wait until the server answers
-// or the connection fails, and t has no effect. Intended.
+// or the connection fails, and t has no effect. Intended. Since the value never
+// changes, it is set once per connection: a call after the first success costs
+// nothing, and a failed one is reported and tried again on the next read.
 void SetReadTimeout(uint32_t timeoutMs) {
+  if (g_tcp.readTimeoutSet) return;
   const std::array<uint32_t, 2> optionValue = {0, timeoutMs};
   if (SetReceiveTimeout(g_tcp.socket, optionValue[0]) != 0) {
     StdoutPrintf("ERROR:  to set timeout error: %d\n", LastSocketError());
     StdoutFlush();
+    return;
   }
+  g_tcp.readTimeoutSet = true;
 }
 
 // One socket read of at most `limit` bytes into a cleared scratch buffer.
@@ -149,6 +155,12 @@ bool ConnectToServer(const char* portText) {
     return false;
   }
   FreeServerAddressList(found);
+  g_tcp.readTimeoutSet = false;
+  // Nagle's algorithm holds the poll that follows each frame until the frame
+  // is acknowledged; against a server that delays its ACKs that is a stall of
+  // tens of milliseconds per command. Off only on request.
+  if (g_runOptions.tcpNoDelay && SetNoDelay(g_tcp.socket) != 0)
+    TraceRecord(kTraceLevelError, kTraceTag, "TCP_NODELAY refused: %d", LastSocketError());
   return true;
 }
 
@@ -157,21 +169,22 @@ int32_t SendSocketCmd(const uint8_t* payload, uint32_t length) {
     ConsolePrintf("ERROR: SendSocketCmd buffer is empty!\n");
     return -1;
   }
-  std::array<uint8_t, kDefaultBufLen> frame{};
-  // The type byte goes in front of the payload; the payload's last byte is
-  // the caller's spare and falls off the end, as intended.
-  std::array<uint8_t, 1 + kScratchPayloadCapacity> scratch{};
-  scratch[0] = kH4Command;
-  std::memcpy(scratch.data() + 1, payload, std::min<size_t>(length, kScratchPayloadCapacity));
   const size_t frameLength = static_cast<size_t>(length) + kFrameHeaderLength;
   if (frameLength >= kDefaultBufLen) {
     ConsolePrintf("ERROR: Send Length is greater than  DEFAULT_BUFLEN\n");
     return -1;
   }
+  // The frame is built in place: the type byte, then the payload but for its
+  // last byte, the caller's spare, which falls off the end unread (intended).
+  // Only frameLength bytes are sent, so the rest of the buffer is left as it is.
+  std::array<uint8_t, kDefaultBufLen> frame;
   WriteLe32(frame, kFrameTypeOffset, kDataMessageType);
   WriteLe32(frame, kFrameLengthOffset, length + kFrameLengthWordSize);
   WriteLe32(frame, kFrameReservedOffset, 0);
-  std::memcpy(frame.data() + kFrameHeaderLength, scratch.data(), length);
+  if (length != 0) {
+    frame[kFrameHeaderLength] = kH4Command;
+    std::memcpy(frame.data() + kFrameHeaderLength + 1, payload, length - 1);
+  }
   ConsolePrintf("Send Packet Size = %d \n", static_cast<int>(frameLength));
 
   // One send; a partial send is not resumed.
@@ -270,6 +283,7 @@ void CloseServerConnection() {
   // The handle is forgotten so a repeated close cannot reach a reused descriptor;
   // it fails and reports instead.
   g_tcp.socket = kInvalidSocket;
+  g_tcp.readTimeoutSet = false;
   if (g_tcp.lastResult != 0) {
     StdoutPrintf("ERROR: Socket Closed failed with error: %d\n", LastSocketError());
     StdoutFlush();

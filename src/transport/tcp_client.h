@@ -10,8 +10,13 @@ namespace qrx {
 constexpr const char* kDefaultServerPort = "12360";
 
 void SetServerAddress(const char* source, size_t count);
-bool ConnectToServer(const char* portText);  // null: the default port
+// Null portText: the default port. With the run's --tcp-nodelay the socket
+// sends small writes at once (TCP_NODELAY) once connected; without it the
+// socket keeps the system's defaults.
+bool ConnectToServer(const char* portText);
 // Payload is the command with one spare byte (length n + 1); 0x01 goes in front.
+// The spare byte is never read, so a command of n bytes may be passed as it
+// stands with length n + 1.
 // Bytes sent, 0 when the send fails, -1 when the payload is absent or too long.
 int32_t SendSocketCmd(const uint8_t* payload, uint32_t length);
 bool ReadSocketEvent(uint8_t* destination, uint32_t capacity, uint32_t* receivedLength,

@@ -32,6 +32,9 @@ int32_t CloseSocket(SocketHandle socket);
 
 // Receive time-out in milliseconds; 0 means reads wait without limit.
 int32_t SetReceiveTimeout(SocketHandle socket, uint32_t milliseconds);
+// Small writes go out at once instead of waiting for the previous one's ACK
+// (TCP_NODELAY). 0, or -1 with the error in LastSocketError.
+int32_t SetNoDelay(SocketHandle socket);
 
 // One send / one read: the count moved, or -1 with the error in LastSocketError.
 // A read of 0 means the peer closed the connection.

@@ -1,5 +1,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -71,6 +72,11 @@ int32_t SetReceiveTimeout(SocketHandle socket, uint32_t milliseconds) {
   limit.tv_sec = static_cast<time_t>(milliseconds / 1000);
   limit.tv_usec = static_cast<suseconds_t>(milliseconds % 1000) * 1000;
   return setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) == 0 ? 0 : -1;
+}
+
+int32_t SetNoDelay(SocketHandle socket) {
+  const int on = 1;
+  return setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == 0 ? 0 : -1;
 }
 
 int64_t SendOnSocket(SocketHandle socket, std::span<const uint8_t> bytes) {

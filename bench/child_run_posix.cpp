@@ -1,0 +1,139 @@
+#include "child_run_posix.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace qrx::bench {
+
+namespace {
+
+int64_t NowNs() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
+
+std::vector<char*> Pointers(const std::vector<std::string>& argv) {
+  std::vector<char*> pointers;
+  for (const std::string& arg : argv) pointers.push_back(const_cast<char*>(arg.c_str()));
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// In the child: never returns.
+[[noreturn]] void Exec(const std::vector<std::string>& argv, const Environment& env) {
+  for (const auto& [name, value] : env) setenv(name.c_str(), value.c_str(), 1);
+  std::vector<char*> args = Pointers(argv);
+  execv(args[0], args.data());
+  _exit(127);
+}
+
+int Redirect(const std::string& path, int fd) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  return file < 0 ? -1 : dup2(file, fd);
+}
+
+}  // namespace
+
+std::string MakeWorkFolder() {
+  const char* base = std::getenv("TMPDIR");
+  std::string pattern =
+      std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/qrx-bench.XXXXXX";
+  return mkdtemp(pattern.data()) != nullptr ? pattern : "";
+}
+
+TimedRun RunTimed(const std::vector<std::string>& argv, const Environment& env,
+                  const std::string& outFile, const std::string& errFile) {
+  std::vector<std::string> launcher = {"/proc/self/exe", kTimedRunFlag, outFile, errFile};
+  launcher.insert(launcher.end(), argv.begin(), argv.end());
+  int report[2];
+  if (pipe2(report, O_CLOEXEC) != 0) return {};
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(report[1], STDOUT_FILENO);
+    Exec(launcher, env);
+  }
+  close(report[1]);
+  std::string text;
+  char chunk[128];
+  for (ssize_t n; (n = read(report[0], chunk, sizeof chunk)) > 0;) text.append(chunk, n);
+  close(report[0]);
+  int status = 0;
+  if (pid > 0) waitpid(pid, &status, 0);
+  TimedRun run;
+  long long wall = 0;
+  long long peak = 0;
+  if (std::sscanf(text.c_str(), "%d %lld %lld", &run.exitStatus, &wall, &peak) != 3) return {};
+  run.wallNs = wall;
+  run.peakRssKiB = peak;
+  return run;
+}
+
+int TimedRunMain(int argc, char** argv) {
+  if (argc < 5) return 2;
+  const std::vector<std::string> program(argv + 4, argv + argc);
+  const int64_t start = NowNs();
+  const pid_t pid = fork();
+  if (pid < 0) return 1;
+  if (pid == 0) {
+    if (Redirect(argv[2], STDOUT_FILENO) < 0 || Redirect(argv[3], STDERR_FILENO) < 0) _exit(126);
+    Exec(program, {});
+  }
+  int status = 0;
+  rusage usage{};
+  while (wait4(pid, &status, 0, &usage) < 0) {
+  }
+  const int64_t wall = NowNs() - start;
+  std::printf("%d %lld %lld\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+              static_cast<long long>(wall), static_cast<long long>(usage.ru_maxrss));
+  return 0;
+}
+
+Background::~Background() {
+  if (pid_ > 0) Finish(0);
+  if (out_ >= 0) close(out_);
+}
+
+std::string Background::Start(const std::vector<std::string>& argv) {
+  int pipeFds[2];
+  if (pipe2(pipeFds, O_CLOEXEC) != 0) return "";
+  pid_ = fork();
+  if (pid_ < 0) return "";
+  if (pid_ == 0) {
+    dup2(pipeFds[1], STDOUT_FILENO);
+    Exec(argv, {});
+  }
+  close(pipeFds[1]);
+  out_ = pipeFds[0];
+  std::string line;
+  pollfd watch{out_, POLLIN, 0};
+  char c = 0;
+  while (poll(&watch, 1, 10000) > 0 && read(out_, &c, 1) == 1 && c != '\n') line += c;
+  return line;
+}
+
+bool Background::Finish(int timeoutMs) {
+  if (pid_ <= 0) return true;
+  int status = 0;
+  for (int waited = 0; waited <= timeoutMs; waited += 10) {
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;
+      return true;
+    }
+    usleep(10000);
+  }
+  kill(pid_, SIGTERM);
+  waitpid(pid_, &status, 0);
+  pid_ = -1;
+  return false;
+}
+
+}  // namespace qrx::bench

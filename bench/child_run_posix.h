@@ -1,0 +1,57 @@
+#pragma once
+
+// The programs the bench runs: the simulator in the background, the loader
+// timed to its end with its peak memory.
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qrx::bench {
+
+// A new empty folder under the system's temporary folder; "" on failure.
+std::string MakeWorkFolder();
+
+using Environment = std::vector<std::pair<std::string, std::string>>;
+
+struct TimedRun {
+  int exitStatus = -1;  // -1: could not start, or ended by a signal
+  int64_t wallNs = 0;   // from start to exit
+  int64_t peakRssKiB = 0;
+};
+
+// Runs argv to its end with extra environment variables, standard output and
+// standard error written to the two files. The run is started from a small
+// fresh process (this program again, with kTimedRunFlag): a child's peak
+// memory counts that of the process it was forked from, and the bench's own
+// holds every image.
+TimedRun RunTimed(const std::vector<std::string>& argv, const Environment& env,
+                  const std::string& outFile, const std::string& errFile);
+
+// The fresh process's side: argv is {self, kTimedRunFlag, OUT, ERR, program,
+// args...}; runs the program and prints "status wallNs peakKiB" on standard
+// output. Returns the process exit status.
+constexpr const char* kTimedRunFlag = "--timed-run";
+int TimedRunMain(int argc, char** argv);
+
+// A program left running while the bench talks to it; ended and reaped by the
+// destructor if it has not ended by itself.
+class Background {
+ public:
+  Background() = default;
+  ~Background();
+  Background(const Background&) = delete;
+  Background& operator=(const Background&) = delete;
+
+  // Starts argv and returns its first line of standard output ("" on failure).
+  std::string Start(const std::vector<std::string>& argv);
+  // Waits up to timeoutMs for it to end by itself; false if it had to be ended.
+  bool Finish(int timeoutMs);
+
+ private:
+  int pid_ = -1;
+  int out_ = -1;
+};
+
+}  // namespace qrx::bench

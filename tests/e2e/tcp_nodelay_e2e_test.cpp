@@ -1,0 +1,71 @@
+// A server that delays its acknowledgements, as most do: with Nagle's
+// algorithm on, every poll waits for the ACK of the frame before it, about
+// 40 ms a fragment. --tcp-nodelay is the way out; this run proves it does.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "e2e/e2e_bench.h"
+#include "image/fw_image.h"
+
+namespace qrx::test {
+namespace {
+
+constexpr uint8_t kSignedKind = 1;
+// About 400 fragments: the stall takes them past 16 s, the fix well under 2 s.
+// The bound leaves room for a loaded machine and a sanitizer build.
+constexpr fwimage::SignedImageSpec kImage{.bodyBytes = 64 * 1024, .seed = 7, .patchNumber = 0};
+constexpr auto kBound = std::chrono::seconds(8);
+constexpr size_t kFrameOverhead = 13;  // frame header and the H4 byte
+
+TEST(TcpNoDelayEndToEnd, DownloadAgainstADelayedAckServerIsNotStalled) {
+  E2eBench bench;
+  const std::vector<std::string> sim = {"--profile", "tlv-boot"};
+  const auto image = fwimage::BuildTwoBlockImage(kImage, false);
+  std::vector<fwimage::FwdatEntrySpec> entries(1);
+  entries[0].kindByte = kSignedKind;
+  entries[0].matchKey = fwimage::MatchKey(FromHex(SimulatorKey(sim)));
+  entries[0].image = image;
+  bench.PutFirmware("qrxfw.dat", fwimage::BuildFwdat(entries));
+  const std::string port = bench.StartTcp({"--profile", "tlv-boot", "--delayed-ack"});
+
+  const auto start = std::chrono::steady_clock::now();
+  const ProcessResult run =
+      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "--tcp-nodelay"});
+  const auto took = std::chrono::steady_clock::now() - start;
+
+  // The console is the design's, fragment for fragment: one frame line each.
+  const std::vector<std::string> sends = ExpectedSecureSends(image, false);
+  ASSERT_GT(sends.size(), 380u);
+  std::string frames;
+  for (const std::string& send : sends) {
+    const size_t commandBytes = (send.size() + 1) / 3;  // "XX " per byte, no last blank
+    frames += "Send Packet Size = " + std::to_string(commandBytes + kFrameOverhead) + " \n";
+  }
+  EXPECT_EQ(run.exitStatus, 0);
+  EXPECT_EQ(run.out, "Finished sending. Closing socket.\n");
+  EXPECT_EQ(MaskTimes(run.err),
+            "Firmware file will be picked from custom location:'C:\\Program "
+            "Files\\Norix\\Bluetooth' \n"
+            "CMD: Read Norix Version                  Send Packet Size = 17 \n[OK]\n"
+            "EVT: CommandComplete <Norix Version>     [OK]\n"
+            "Initialization complete.\nDownloading FWDAT file...\n" +
+                frames +
+                "CMD: Norix HCI Reset                     Send Packet Size = 24 \n[OK]\n"
+                "Download complete.\n"
+                "Task                      %Time        Time(Sec)\n"
+                "Patch Lib (Init):           #   #\nPatch Lib (Get Next):       #   #\n"
+                "Patch Lib (Process Last):   #   #\nInitialization:             #   #\n"
+                "Other:                     #   #\nTotal:                    #   #\n");
+  std::vector<std::string> wire = {"05 FC 01 FF"};
+  wire.insert(wire.end(), sends.begin(), sends.end());
+  wire.push_back("01 FC 08 00 00 00 01 00 80 00 00");
+  EXPECT_EQ(bench.CommandLog(), wire);
+  EXPECT_LT(took, kBound) << sends.size() << " fragments took "
+                          << std::chrono::duration_cast<std::chrono::milliseconds>(took).count()
+                          << " ms";
+}
+
+}  // namespace
+}  // namespace qrx::test
