@@ -196,7 +196,7 @@ int32_t SendSocketCmd(const uint8_t* payload, uint32_t length) {
   }
   // The packet as the controller gets it: type byte and command, not the spare byte.
   BtsnoopRecord(BtsnoopDirection::kSent,
-                std::span(scratch.data(), std::min<size_t>(length, scratch.size())));
+                std::span(frame.data() + kFrameHeaderLength, static_cast<size_t>(length)));
   return static_cast<int32_t>(sent);
 }
 

@@ -81,6 +81,6 @@ qrxfw fwdat out.dat|sig|signed:
 CASES
 # Every field and fault kind the simulator knows, and no other.
 known=$("$root/bin/qrxvps" --help | grep -E '^ {24}[a-z]' | awk '{print $1}' | sort)
-offered=$( (completes qrxvps --set "" | tr ' ' '\n' | sed 's/=$//'; completes qrxvps --fault "" | tr ' ' '\n') | sort)
+offered=$( (completes qrxvps --set ""; completes qrxvps --fault "") | tr ' ' '\n' | sed 's/[=:]$//' | sort)
 diff <(echo "$known") <(echo "$offered") || fail "qrxvps --set/--fault completion differs from qrxvps --help"
 echo "install ok"
