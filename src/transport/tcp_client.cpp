@@ -71,12 +71,15 @@ void ReportCopyFailure(uint8_t* destination, uint32_t capacity, int error) {
   ConsolePrintf("ERROR: memcpy_s failed! Error=%x\n", error);
 }
 
-// The option value is built as {0, t} but only its first word counts as the
-// time-out, so the effective setting is 0: reads wait until the server answers
-// or the connection fails, and t has no effect. Intended.
+// The option value is built as the two words {0, t}, but the option is one
+// 32-bit millisecond count read from the first, so the effective setting is 0:
+// reads wait until the server answers or the connection fails, and t has no
+// effect. Intended.
 void SetReadTimeout(uint32_t timeoutMs) {
-  const std::array<uint32_t, 2> optionValue = {0, timeoutMs};
-  if (SetReceiveTimeout(g_tcp.socket, optionValue[0]) != 0) {
+  std::array<uint8_t, kReceiveTimeoutOptionSize> optionValue{};
+  WriteLe32(optionValue, 0, 0);
+  WriteLe32(optionValue, 4, timeoutMs);
+  if (SetReceiveTimeout(g_tcp.socket, optionValue) != 0) {
     StdoutPrintf("ERROR:  to set timeout error: %d\n", LastSocketError());
     StdoutFlush();
   }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <regex>
 #include <sstream>
 
@@ -12,6 +14,36 @@ namespace {
 constexpr int kStartLimitMs = 10000;
 constexpr int kRunLimitMs = 60000;
 constexpr const char* kCommandLogName = "commands.log";
+// The Windows loader's COM port, mapped onto the simulator's pseudo-terminal.
+constexpr const char* kWinePortName = "COM5";
+constexpr const char* kWinePortDevice = "dosdevices/com5";
+constexpr const char* kWineVendorFolder = "drive_c/Program Files/Norix";
+
+std::string EnvironmentText(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+// Points link at target, replacing whatever was there.
+void Relink(const std::filesystem::path& link, const std::filesystem::path& target) {
+  std::error_code ignored;
+  std::filesystem::remove(link, ignored);
+  std::filesystem::create_directories(link.parent_path(), ignored);
+  std::filesystem::create_directory_symlink(target, link);
+}
+
+// The C runtime writes each line end as CR LF; one without CR is a fault.
+std::string FoldLineEnds(const std::string& text, const char* stream) {
+  std::string folded;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) {
+      ADD_FAILURE() << stream << ": line end without CR at " << i;
+    }
+    if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
+    folded += text[i];
+  }
+  return folded;
+}
 
 std::string Hex(std::span<const uint8_t> bytes) {
   std::string text;
@@ -58,10 +90,33 @@ std::string E2eBench::StartTcp(const std::vector<std::string>& simArgs) {
 std::string E2eBench::StartPty(const std::vector<std::string>& simArgs) {
   std::vector<std::string> args = {"--pty"};
   args.insert(args.end(), simArgs.begin(), simArgs.end());
-  return Start(args, "qrxvps: pty ");
+  ptyPath_ = Start(args, "qrxvps: pty ");
+  return ptyPath_;
+}
+
+bool LoaderUnderWine() {
+  return !EnvironmentText("QRX_WINE_LOADER").empty();
+}
+
+ProcessResult E2eBench::RunLoaderUnderWine(std::vector<std::string> args) {
+  const std::filesystem::path prefix = BuildProduct("wineprefix");
+  Relink(prefix / kWineVendorFolder, drive_.MakeDirectories("Program Files/Norix"));
+  for (std::string& arg : args) {
+    if (ptyPath_.empty() || arg != ptyPath_) continue;
+    arg = kWinePortName;
+    std::error_code ignored;
+    std::filesystem::remove(prefix / kWinePortDevice, ignored);
+    std::filesystem::create_symlink(ptyPath_, prefix / kWinePortDevice);
+  }
+  args.insert(args.begin(), EnvironmentText("QRX_WINE_LOADER"));
+  ProcessResult run = RunProcess(args, {}, kRunLimitMs);
+  run.out = FoldLineEnds(run.out, "stdout");
+  run.err = FoldLineEnds(run.err, "stderr");
+  return run;
 }
 
 ProcessResult E2eBench::RunLoader(const std::vector<std::string>& args) {
+  if (LoaderUnderWine()) return RunLoaderUnderWine(args);
   std::vector<std::string> argv = {BuildProduct("src/qrxbpl")};
   argv.insert(argv.end(), args.begin(), args.end());
   return RunProcess(argv, {{"QRXBPL_DRIVE_C", drive_.Path()}}, kRunLimitMs);

@@ -2,6 +2,11 @@
 
 // The end-to-end bench: the real qrxbpl program against the real qrxvps
 // simulator, with a temporary folder as drive C holding the firmware.
+//
+// With QRX_WINE_LOADER naming a launcher of the Windows build's qrxbpl.exe
+// under Wine, the same cases run that program in the prefix the launcher
+// uses, the build's "wineprefix": the firmware folder is linked into the
+// prefix's drive C, and the simulator's pseudo-terminal is the prefix's COM5.
 
 #include <cstdint>
 #include <span>
@@ -16,6 +21,9 @@ namespace qrx::test {
 // Where the loader looks for firmware, below drive C.
 constexpr const char* kFirmwareFolder = "Program Files/Norix/Bluetooth";
 
+// Whether the loader under test is the Windows build, run under Wine.
+bool LoaderUnderWine();
+
 class E2eBench {
  public:
   E2eBench() = default;
@@ -26,7 +34,9 @@ class E2eBench {
   // Starts it behind a pseudo-terminal; returns the terminal's path.
   std::string StartPty(const std::vector<std::string>& simArgs);
 
-  // Runs qrxbpl with QRXBPL_DRIVE_C pointing at the bench's drive.
+  // Runs qrxbpl with QRXBPL_DRIVE_C pointing at the bench's drive, or under
+  // Wine with the bench's drive linked in. A Windows run's CR LF line ends
+  // are checked and folded to LF, so the transcripts compare alike.
   ProcessResult RunLoader(const std::vector<std::string>& args);
 
   // Firmware file in the loader's folder on drive C.
@@ -41,8 +51,10 @@ class E2eBench {
 
  private:
   std::string Start(std::vector<std::string> args, const std::string& firstLinePrefix);
+  ProcessResult RunLoaderUnderWine(std::vector<std::string> args);
 
   TempDir drive_;
+  std::string ptyPath_;
   ChildProcess sim_;
   bool started_ = false;
 };
