@@ -11,7 +11,15 @@ void ConsolePrintf(const char* format, ...) __attribute__((format(printf, 1, 2))
 // Standard output carries only the serial port's own messages and the TCP
 // client's (originally wide-character) messages.
 void StdoutPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// The TCP client's messages are wide-character text. Windows writes them as
+// wide text; POSIX as narrow text, since a POSIX stream takes one orientation
+// and standard output must never mix the two. The bytes are the same.
+void StdoutWidePrintf(const wchar_t* format, ...);
 void StdoutFlush();
+
+// The system's half of StdoutWidePrintf (console_posix.cpp, console_win32.cpp):
+// puts formatted wide text on standard output. Only the printer calls it.
+void StdoutWriteWide(const wchar_t* text);
 
 // Test hook: while a capture is alive, both streams are appended to strings
 // instead of reaching the process's descriptors. Captures do not nest.

@@ -80,7 +80,7 @@ void SetReadTimeout(uint32_t timeoutMs) {
   WriteLe32(optionValue, 0, 0);
   WriteLe32(optionValue, 4, timeoutMs);
   if (SetReceiveTimeout(g_tcp.socket, optionValue) != 0) {
-    StdoutPrintf("ERROR:  to set timeout error: %d\n", LastSocketError());
+    StdoutWidePrintf(L"ERROR:  to set timeout error: %d\n", LastSocketError());
     StdoutFlush();
   }
 }
@@ -92,7 +92,7 @@ int64_t ReadServerMessage(std::array<uint8_t, kDefaultBufLen>& scratch, size_t l
   const int64_t received =
       ReceiveFromSocket(g_tcp.socket, std::span(scratch.data(), std::min(limit, scratch.size())));
   if (received < 0) {
-    StdoutPrintf("ERROR: Failed to read data from socket error: %d\n", LastSocketError());
+    StdoutWidePrintf(L"ERROR: Failed to read data from socket error: %d\n", LastSocketError());
     StdoutFlush();
     ConsolePrintf("ERROR: unable to read data from device\n");
   }
@@ -262,14 +262,14 @@ bool ReadSocketEvent(uint8_t* destination, uint32_t capacity, uint32_t* received
 }
 
 void CloseServerConnection() {
-  StdoutPrintf("Finished sending. Closing socket.\n");
+  StdoutWidePrintf(L"Finished sending. Closing socket.\n");
   StdoutFlush();
   g_tcp.lastResult = CloseSocket(g_tcp.socket);
   // The handle is forgotten so a repeated close cannot reach a reused descriptor;
   // it fails and reports instead.
   g_tcp.socket = kInvalidSocket;
   if (g_tcp.lastResult != 0) {
-    StdoutPrintf("ERROR: Socket Closed failed with error: %d\n", LastSocketError());
+    StdoutWidePrintf(L"ERROR: Socket Closed failed with error: %d\n", LastSocketError());
     StdoutFlush();
   }
   SocketLibraryCleanup();

@@ -159,9 +159,10 @@ std::vector<uint8_t> FromHex(const std::string& hex) {
 }
 
 std::string MaskTimes(const std::string& transcript) {
-  static const std::regex kFigure("-?[0-9]+\\.[0-9]{6}|-?nan|-?inf");
+  static const std::regex kFigure(" *(-?[0-9]+\\.[0-9]{6}|-?nan|-?inf)");
   static const std::regex kBuildStamp("\\(build [^)]*\\)");
-  return std::regex_replace(std::regex_replace(transcript, kFigure, "#"), kBuildStamp, "(build #)");
+  return std::regex_replace(std::regex_replace(transcript, kFigure, " #"), kBuildStamp,
+                            "(build #)");
 }
 
 std::vector<std::string> ExpectedSecureSends(std::span<const uint8_t> image, bool secondBlock) {

@@ -65,7 +65,9 @@ std::string SimulatorKey(const std::vector<std::string>& simArgs);
 // Hex text ("0a0b") to bytes.
 std::vector<uint8_t> FromHex(const std::string& hex);
 
-// Timing figures vary from run to run; everything else must match exactly.
+// Timing figures vary from run to run, and so does their width in the
+// column: each figure with the blanks before it becomes " #". Everything
+// else must match exactly.
 std::string MaskTimes(const std::string& transcript);
 
 // The Secure Send commands a download of this signed image sends, as the

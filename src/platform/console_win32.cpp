@@ -1,0 +1,14 @@
+#include <cstdio>
+#include <cwchar>
+
+#include "platform/console.h"
+
+namespace qrx {
+
+// The C runtime takes wide and narrow text on one stream alike and writes
+// both through the same text-mode conversion.
+void StdoutWriteWide(const wchar_t* text) {
+  std::fputws(text, stdout);
+}
+
+}  // namespace qrx
