@@ -8,8 +8,8 @@ namespace qrx {
 // printf-formatted text on standard error.
 void ConsolePrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Standard output carries only the serial port's own messages and the TCP
-// client's (originally wide-character) messages.
+// Standard output carries only the serial port's own messages (this one) and
+// the TCP client's wide-character messages (the next).
 void StdoutPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // The TCP client's messages are wide-character text. Windows writes them as
 // wide text; POSIX as narrow text, since a POSIX stream takes one orientation
