@@ -8,7 +8,10 @@ CMAKE_FLAGS ?=
 PREFIX ?= /usr/local
 DESTDIR ?=
 
-.PHONY: all check demo bench install package clean format
+# The Windows programs (qrxbpl.exe, qrxfw.exe), cross-built with MinGW-w64.
+WIN_BUILD ?= build-win
+
+.PHONY: all check demo bench install package clean format windows wine-check
 
 all: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
@@ -37,8 +40,21 @@ package: all
 bench: all
 	$(BUILD)/bench/qrx_download_bench $(BUILD)
 
+windows: $(WIN_BUILD)/CMakeCache.txt
+	cmake --build $(WIN_BUILD) -j $(JOBS)
+
+$(WIN_BUILD)/CMakeCache.txt:
+	cmake -S . -B $(WIN_BUILD) -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/mingw-w64-x86_64.cmake \
+	  -DCMAKE_BUILD_TYPE=Release
+
+# The end-to-end runs of the Windows loader under Wine, against the POSIX simulator.
+wine-check: windows
+	cmake -S . -B $(BUILD) $(CMAKE_FLAGS) -DQRX_WINE_TESTS=ON -DQRX_WIN_BUILD_DIR=$(abspath $(WIN_BUILD))
+	cmake --build $(BUILD) -j $(JOBS)
+	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) -L wine
+
 format:
 	clang-format -i $$(git ls-files '*.cpp' '*.h')
 
 clean:
-	rm -rf $(BUILD)
+	rm -rf $(BUILD) $(WIN_BUILD)

@@ -1,7 +1,9 @@
 #include "platform/console.h"
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <cwchar>
 #include <vector>
 
 namespace qrx {
@@ -39,6 +41,14 @@ struct ConsoleSinkAccess {
   }
 };
 ConsoleCapture* ConsoleSinkAccess::active = nullptr;
+
+namespace {
+
+// Longest wide message the TCP client prints, with room to spare.
+constexpr size_t kWideMessageCapacity = 512;
+constexpr char kUnprintable = '?';
+
+}  // namespace
 
 ConsoleCapture::ConsoleCapture() {
   ConsoleSinkAccess::active = this;
@@ -95,6 +105,25 @@ void StdoutPrintf(const char* format, ...) {
     std::vfprintf(stdout, format, args);
   }
   va_end(args);
+}
+
+void StdoutWidePrintf(const wchar_t* format, ...) {
+  wchar_t text[kWideMessageCapacity];
+  va_list args;
+  va_start(args, format);
+  const int written = std::vswprintf(text, kWideMessageCapacity, format, args);
+  va_end(args);
+  if (written < 0) return;
+  if (ConsoleSinkAccess::active == nullptr) {
+    StdoutWriteWide(text);
+    return;
+  }
+  // The messages are plain ASCII; a capture holds them as the narrow bytes
+  // both systems write.
+  for (const wchar_t* c = text; *c != L'\0'; ++c) {
+    ConsoleSinkAccess::Out() +=
+        (static_cast<uint32_t>(*c) < 0x80) ? static_cast<char>(*c) : kUnprintable;
+  }
 }
 
 void StdoutFlush() {

@@ -8,9 +8,13 @@ namespace qrx {
 // printf-formatted text on standard error.
 void ConsolePrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// Standard output carries only the serial port's own messages and the TCP
-// client's (originally wide-character) messages.
+// Standard output carries only the serial port's own messages (this one) and
+// the TCP client's wide-character messages (the next).
 void StdoutPrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// The TCP client's messages are wide-character text. Windows writes them as
+// wide text; POSIX as narrow text, since a POSIX stream takes one orientation
+// and standard output must never mix the two. The bytes are the same.
+void StdoutWidePrintf(const wchar_t* format, ...);
 void StdoutFlush();
 
 // Standard error is a terminal someone is watching, not a pipe or a file.
@@ -25,6 +29,10 @@ void ConsoleClearStatusLine();
 // While a transcript is set, everything printed on standard error is also
 // appended to it (the status line excepted). nullptr stops recording.
 void ConsoleRecordInto(std::string* transcript);
+
+// The system's half of StdoutWidePrintf (console_posix.cpp, console_win32.cpp):
+// puts formatted wide text on standard output. Only the printer calls it.
+void StdoutWriteWide(const wchar_t* text);
 
 // Test hook: while a capture is alive, both streams are appended to strings
 // instead of reaching the process's descriptors. Captures do not nest.

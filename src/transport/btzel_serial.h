@@ -6,23 +6,10 @@
 
 #include "transport/connection.h"
 #include "transport/link_release.h"
-#include "transport/serial_device_posix.h"
+#include "transport/serial_device.h"
 
 namespace qrx {
 
-// The five read/write time-out words of a COM port, in the order the COM
-// driver keeps them. All in milliseconds. Only the read words shape I/O here:
-// a write blocks until the device has taken every byte.
-struct CommTimeouts {
-  uint32_t readInterval = 0;
-  uint32_t readTotalMultiplier = 0;
-  uint32_t readTotalConstant = 0;
-  uint32_t writeTotalMultiplier = 0;
-  uint32_t writeTotalConstant = 0;
-  bool operator==(const CommTimeouts&) const = default;
-};
-
-constexpr uint32_t kMaxDword = 0xFFFFFFFF;
 constexpr uint32_t kHciCommandMaxLength = 2048;
 constexpr uint32_t kFlushInputLength = 259;
 constexpr uint32_t kSerialOpenBaudRate = kSerialPowerOnRate;
@@ -33,13 +20,8 @@ constexpr CommTimeouts kOpenPortTimeouts{kMaxDword, kMaxDword, 1000, 0, 0};
 // given (the run's -p value when it begins with '/'). Null or "" forgets it.
 void SetSerialDevicePath(const char* path);
 
-// The device a -p value names by itself: a value beginning with '/' as it
-// stands; a value with no '/' that does not begin with COM (any case) under
-// /dev ("ttyUSB0" is /dev/ttyUSB0). Empty for every other value, COMn among
-// them, which OpenPort maps by its number.
-std::string SerialDevicePathForName(const char* portName);
-
-// The device OpenPort(n) opens: the path set above; else $QRXBPL_COM<n>; else /dev/ttyS<n-1>.
+// The device OpenPort(n) opens: the path set above, else the system's device
+// for COM n (SerialDevicePathForNumber).
 std::string SerialDevicePathForPort(int32_t portNumber);
 
 // A COM port (UART) to the controller.
@@ -75,12 +57,11 @@ class BTZELSERIAL final : public IBluetoothConnection {
   const CommTimeouts& Timeouts() const { return timeouts_; }
 
  private:
-  // One read under the time-out words; false when the device call failed.
-  bool ReadUnderTimeouts(uint8_t* destination, uint32_t count, uint32_t* bytesRead);
-
-  int portHandle_ = kNoSerialDevice;
+  SerialHandle portHandle_ = kNoSerialDevice;
   std::string portPath_;
   // The port is never opened for overlapped I/O, so no wait event is kept.
+  // The time-out words as last set; where the device keeps none, these are
+  // the ones each read applies.
   CommTimeouts timeouts_{};
 
   // H4 command type byte, then the command. Shared by every port, unlocked.

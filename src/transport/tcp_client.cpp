@@ -73,16 +73,19 @@ void ReportCopyFailure(uint8_t* destination, uint32_t capacity, int error) {
   ConsolePrintf("ERROR: memcpy_s failed! Error=%x\n", error);
 }
 
-// The option value is built as {0, t} but only its first word counts as the
-// time-out, so the effective setting is 0: reads wait until the server answers
-// or the connection fails, and t has no effect. Intended. Since the value never
-// changes, it is set once per connection: a call after the first success costs
-// nothing, and a failed one is reported and tried again on the next read.
+// The option value is built as the two words {0, t}, but the option is one
+// 32-bit millisecond count read from the first, so the effective setting is 0:
+// reads wait until the server answers or the connection fails, and t has no
+// effect. Intended. Since the value never changes, it is set once per
+// connection: a call after the first success costs nothing, and a failed one
+// is reported and tried again on the next read.
 void SetReadTimeout(uint32_t timeoutMs) {
   if (g_tcp.readTimeoutSet) return;
-  const std::array<uint32_t, 2> optionValue = {0, timeoutMs};
-  if (SetReceiveTimeout(g_tcp.socket, optionValue[0]) != 0) {
-    StdoutPrintf("ERROR:  to set timeout error: %d\n", LastSocketError());
+  std::array<uint8_t, kReceiveTimeoutOptionSize> optionValue{};
+  WriteLe32(optionValue, 0, 0);
+  WriteLe32(optionValue, 4, timeoutMs);
+  if (SetReceiveTimeout(g_tcp.socket, optionValue) != 0) {
+    StdoutWidePrintf(L"ERROR:  to set timeout error: %d\n", LastSocketError());
     StdoutFlush();
     return;
   }
@@ -96,7 +99,7 @@ int64_t ReadServerMessage(std::array<uint8_t, kDefaultBufLen>& scratch, size_t l
   const int64_t received =
       ReceiveFromSocket(g_tcp.socket, std::span(scratch.data(), std::min(limit, scratch.size())));
   if (received < 0) {
-    StdoutPrintf("ERROR: Failed to read data from socket error: %d\n", LastSocketError());
+    StdoutWidePrintf(L"ERROR: Failed to read data from socket error: %d\n", LastSocketError());
     StdoutFlush();
     ConsolePrintf("ERROR: unable to read data from device\n");
   }
@@ -277,7 +280,7 @@ bool ReadSocketEvent(uint8_t* destination, uint32_t capacity, uint32_t* received
 }
 
 void CloseServerConnection() {
-  StdoutPrintf("Finished sending. Closing socket.\n");
+  StdoutWidePrintf(L"Finished sending. Closing socket.\n");
   StdoutFlush();
   g_tcp.lastResult = CloseSocket(g_tcp.socket);
   // The handle is forgotten so a repeated close cannot reach a reused descriptor;
@@ -285,7 +288,7 @@ void CloseServerConnection() {
   g_tcp.socket = kInvalidSocket;
   g_tcp.readTimeoutSet = false;
   if (g_tcp.lastResult != 0) {
-    StdoutPrintf("ERROR: Socket Closed failed with error: %d\n", LastSocketError());
+    StdoutWidePrintf(L"ERROR: Socket Closed failed with error: %d\n", LastSocketError());
     StdoutFlush();
   }
   SocketLibraryCleanup();

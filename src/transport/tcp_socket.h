@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -7,11 +8,11 @@ namespace qrx {
 
 // Thin stream-socket calls under the TCP client. Results and error numbers are
 // the platform's own, passed through unchanged.
-using SocketHandle = int;
+using SocketHandle = intptr_t;
 constexpr SocketHandle kInvalidSocket = -1;
 
-// Start-up and clean-up of the socket library. Nothing needs starting on this
-// platform, so start-up always returns 0; both keep their place in the client.
+// Start-up and clean-up of the socket library (version 2.2). Where nothing
+// needs starting, start-up always returns 0; both keep their place in the client.
 int32_t SocketLibraryStartup();
 void SocketLibraryCleanup();
 
@@ -30,8 +31,12 @@ SocketHandle OpenSocketForFirst(const ServerAddressList& found);
 int32_t ConnectToFirst(SocketHandle socket, const ServerAddressList& found);
 int32_t CloseSocket(SocketHandle socket);
 
-// Receive time-out in milliseconds; 0 means reads wait without limit.
-int32_t SetReceiveTimeout(SocketHandle socket, uint32_t milliseconds);
+// The receive time-out option (SO_RCVTIMEO) as the client builds it: eight
+// bytes, read as the system reads that option. A millisecond count of 0 means
+// reads wait without limit. 0, or -1 with the error in LastSocketError.
+constexpr size_t kReceiveTimeoutOptionSize = 8;
+int32_t SetReceiveTimeout(SocketHandle socket,
+                          std::span<const uint8_t, kReceiveTimeoutOptionSize> optionValue);
 // Small writes go out at once instead of waiting for the previous one's ACK
 // (TCP_NODELAY). 0, or -1 with the error in LastSocketError.
 int32_t SetNoDelay(SocketHandle socket);

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 
+#include "platform/byte_order.h"
 #include "transport/link_release.h"
 #include "transport/tcp_socket.h"
 
@@ -15,6 +16,10 @@ namespace qrx {
 namespace {
 addrinfo* First(const ServerAddressList& found) {
   return static_cast<addrinfo*>(found.results);
+}
+
+int Descriptor(SocketHandle socket) {
+  return static_cast<int>(socket);
 }
 }  // namespace
 
@@ -59,31 +64,40 @@ int32_t ConnectToFirst(SocketHandle socket, const ServerAddressList& found) {
     errno = EINVAL;
     return -1;
   }
-  return connect(socket, first->ai_addr, first->ai_addrlen) == 0 ? 0 : -1;
+  return connect(Descriptor(socket), first->ai_addr, first->ai_addrlen) == 0 ? 0 : -1;
 }
 
 int32_t CloseSocket(SocketHandle socket) {
-  LetGoSocketLink(socket);
-  return close(socket) == 0 ? 0 : -1;
+  LetGoSocketLink(Descriptor(socket));
+  return close(Descriptor(socket)) == 0 ? 0 : -1;
 }
 
-int32_t SetReceiveTimeout(SocketHandle socket, uint32_t milliseconds) {
+// This system takes a seconds/microseconds pair: the effect of the option is
+// reproduced from the millisecond count in its first word, not its bytes.
+int32_t SetReceiveTimeout(SocketHandle socket,
+                          std::span<const uint8_t, kReceiveTimeoutOptionSize> optionValue) {
+  const uint32_t milliseconds = ReadLe32(optionValue, 0);
   timeval limit{};
   limit.tv_sec = static_cast<time_t>(milliseconds / 1000);
   limit.tv_usec = static_cast<suseconds_t>(milliseconds % 1000) * 1000;
-  return setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) == 0 ? 0 : -1;
+  return setsockopt(Descriptor(socket), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) == 0 ? 0
+                                                                                             : -1;
+}
+
+void CloseSocketAtOnce(intptr_t socket) {
+  close(static_cast<int>(socket));
 }
 
 int32_t SetNoDelay(SocketHandle socket) {
   const int on = 1;
-  return setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == 0 ? 0 : -1;
+  return setsockopt(Descriptor(socket), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on)) == 0 ? 0 : -1;
 }
 
 int64_t SendOnSocket(SocketHandle socket, std::span<const uint8_t> bytes) {
   // A peer that has gone away must show as a failed send, not end the process.
   ssize_t sent;
   do {
-    sent = send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    sent = send(Descriptor(socket), bytes.data(), bytes.size(), MSG_NOSIGNAL);
   } while (sent < 0 && errno == EINTR);
   return sent;
 }
@@ -91,7 +105,7 @@ int64_t SendOnSocket(SocketHandle socket, std::span<const uint8_t> bytes) {
 int64_t ReceiveFromSocket(SocketHandle socket, std::span<uint8_t> into) {
   ssize_t received;
   do {
-    received = recv(socket, into.data(), into.size(), 0);
+    received = recv(Descriptor(socket), into.data(), into.size(), 0);
   } while (received < 0 && errno == EINTR);
   return received;
 }

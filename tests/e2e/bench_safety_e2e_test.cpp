@@ -101,7 +101,9 @@ Downloading FWDAT file...
     const ProcessResult next = bench.RunLoader(args);
     EXPECT_EQ(next.exitStatus, 0) << next.err;
     EXPECT_NE(next.err.find("Download complete.\n"), std::string::npos);
-    if (!c.overTcp) EXPECT_EQ(bench.SimulatorLine(), kLineAt115200);
+    if (!c.overTcp) {
+      EXPECT_EQ(bench.SimulatorLine(), kLineAt115200);
+    }
   }
 }
 

@@ -4,6 +4,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -14,6 +16,36 @@ namespace {
 constexpr int kStartLimitMs = 10000;
 constexpr int kRunLimitMs = 60000;
 constexpr const char* kCommandLogName = "commands.log";
+// The Windows loader's COM port, mapped onto the simulator's pseudo-terminal.
+constexpr const char* kWinePortName = "COM5";
+constexpr const char* kWinePortDevice = "dosdevices/com5";
+constexpr const char* kWineVendorFolder = "drive_c/Program Files/Norix";
+
+std::string EnvironmentText(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+// Points link at target, replacing whatever was there.
+void Relink(const std::filesystem::path& link, const std::filesystem::path& target) {
+  std::error_code ignored;
+  std::filesystem::remove(link, ignored);
+  std::filesystem::create_directories(link.parent_path(), ignored);
+  std::filesystem::create_directory_symlink(target, link);
+}
+
+// The C runtime writes each line end as CR LF; one without CR is a fault.
+std::string FoldLineEnds(const std::string& text, const char* stream) {
+  std::string folded;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) {
+      ADD_FAILURE() << stream << ": line end without CR at " << i;
+    }
+    if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
+    folded += text[i];
+  }
+  return folded;
+}
 
 std::string Hex(std::span<const uint8_t> bytes) {
   std::string text;
@@ -61,11 +93,33 @@ std::string E2eBench::StartTcp(const std::vector<std::string>& simArgs, bool onc
 std::string E2eBench::StartPty(const std::vector<std::string>& simArgs, bool once) {
   std::vector<std::string> args = {"--pty"};
   args.insert(args.end(), simArgs.begin(), simArgs.end());
-  return Start(args, "qrxvps: pty ", once);
+  ptyPath_ = Start(args, "qrxvps: pty ", once);
+  return ptyPath_;
 }
 
 std::optional<std::string> E2eBench::SimulatorLine() {
   return sim_.ReadLine(kStartLimitMs);
+}
+
+bool LoaderUnderWine() {
+  return !EnvironmentText("QRX_WINE_LOADER").empty();
+}
+
+ProcessResult E2eBench::RunLoaderUnderWine(std::vector<std::string> args) {
+  const std::filesystem::path prefix = BuildProduct("wineprefix");
+  Relink(prefix / kWineVendorFolder, drive_.MakeDirectories("Program Files/Norix"));
+  for (std::string& arg : args) {
+    if (ptyPath_.empty() || arg != ptyPath_) continue;
+    arg = kWinePortName;
+    std::error_code ignored;
+    std::filesystem::remove(prefix / kWinePortDevice, ignored);
+    std::filesystem::create_symlink(ptyPath_, prefix / kWinePortDevice);
+  }
+  args.insert(args.begin(), EnvironmentText("QRX_WINE_LOADER"));
+  ProcessResult run = RunProcess(args, {}, kRunLimitMs);
+  run.out = FoldLineEnds(run.out, "stdout");
+  run.err = FoldLineEnds(run.err, "stderr");
+  return run;
 }
 
 std::vector<std::string> E2eBench::LoaderArgv(const std::vector<std::string>& args) const {
@@ -75,6 +129,7 @@ std::vector<std::string> E2eBench::LoaderArgv(const std::vector<std::string>& ar
 }
 
 ProcessResult E2eBench::RunLoader(const std::vector<std::string>& args, const Environment& env) {
+  if (LoaderUnderWine()) return RunLoaderUnderWine(args);
   Environment all = {{"QRXBPL_DRIVE_C", drive_.Path()}};
   all.insert(all.end(), env.begin(), env.end());
   return RunProcess(LoaderArgv(args), all, kRunLimitMs);
@@ -130,9 +185,10 @@ std::vector<uint8_t> FromHex(const std::string& hex) {
 }
 
 std::string MaskTimes(const std::string& transcript) {
-  static const std::regex kFigure("-?[0-9]+\\.[0-9]{6}|-?nan|-?inf");
+  static const std::regex kFigure(" *(-?[0-9]+\\.[0-9]{6}|-?nan|-?inf)");
   static const std::regex kBuildStamp("\\(build [^)]*\\)");
-  return std::regex_replace(std::regex_replace(transcript, kFigure, "#"), kBuildStamp, "(build #)");
+  return std::regex_replace(std::regex_replace(transcript, kFigure, " #"), kBuildStamp,
+                            "(build #)");
 }
 
 std::vector<std::string> ExpectedSecureSends(std::span<const uint8_t> image, bool secondBlock) {

@@ -2,6 +2,11 @@
 
 // The end-to-end bench: the real qrxbpl program against the real qrxvps
 // simulator, with a temporary folder as drive C holding the firmware.
+//
+// With QRX_WINE_LOADER naming a launcher of the Windows build's qrxbpl.exe
+// under Wine, the same cases run that program in the prefix the launcher
+// uses, the build's "wineprefix": the firmware folder is linked into the
+// prefix's drive C, and the simulator's pseudo-terminal is the prefix's COM5.
 
 #include <cstdint>
 #include <optional>
@@ -17,6 +22,9 @@ namespace qrx::test {
 // Where the loader looks for firmware, below drive C.
 constexpr const char* kFirmwareFolder = "Program Files/Norix/Bluetooth";
 
+// Whether the loader under test is the Windows build, run under Wine.
+bool LoaderUnderWine();
+
 class E2eBench {
  public:
   E2eBench() = default;
@@ -30,9 +38,12 @@ class E2eBench {
   // The simulator's next line on standard output; nullopt on time-out.
   std::optional<std::string> SimulatorLine();
 
-  // Runs qrxbpl with QRXBPL_DRIVE_C pointing at the bench's drive.
+  // Runs qrxbpl with QRXBPL_DRIVE_C pointing at the bench's drive, or under
+  // Wine with the bench's drive linked in (env is then not passed on). A
+  // Windows run's CR LF line ends are checked and folded to LF, so the
+  // transcripts compare alike.
   ProcessResult RunLoader(const std::vector<std::string>& args, const Environment& env = {});
-  // Starts it the same way and leaves it running.
+  // Starts it the same way and leaves it running (POSIX only).
   bool StartLoader(ChildProcess& loader, const std::vector<std::string>& args);
   // Waits until the simulator has logged at least count commands.
   bool WaitForCommands(size_t count);
@@ -50,8 +61,10 @@ class E2eBench {
  private:
   std::string Start(std::vector<std::string> args, const std::string& firstLinePrefix, bool once);
   std::vector<std::string> LoaderArgv(const std::vector<std::string>& args) const;
+  ProcessResult RunLoaderUnderWine(std::vector<std::string> args);
 
   TempDir drive_;
+  std::string ptyPath_;
   ChildProcess sim_;
   bool started_ = false;
 };
@@ -62,8 +75,20 @@ std::string SimulatorKey(const std::vector<std::string>& simArgs);
 // Hex text ("0a0b") to bytes.
 std::vector<uint8_t> FromHex(const std::string& hex);
 
-// Timing figures vary from run to run; everything else must match exactly.
+// Timing figures vary from run to run, and so does their width in the
+// column: each figure with the blanks before it becomes " #". Everything
+// else must match exactly.
 std::string MaskTimes(const std::string& transcript);
+// The timing table as MaskTimes leaves it (each figure and its padding one
+// "#"), over TCP and over UART.
+inline const std::string kTcpTimingTable =
+    "Task                      %Time        Time(Sec)\n"
+    "Patch Lib (Init): # #\nPatch Lib (Get Next): # #\nPatch Lib (Process Last): # #\n"
+    "Initialization: # #\nOther: # #\nTotal: # #\n";
+inline const std::string kUartTimingTable =
+    "Task                      %Time        Time(Sec)\n"
+    "Switch Baudrate: # #\nWindows COM Write: # #\nWindows COM Read: # #\n" +
+    kTcpTimingTable.substr(kTcpTimingTable.find('\n') + 1);
 
 // The Secure Send commands a download of this signed image sends, as the
 // simulator logs them, computed independently of the loader.

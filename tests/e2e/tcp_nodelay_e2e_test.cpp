@@ -53,11 +53,8 @@ TEST(TcpNoDelayEndToEnd, DownloadAgainstADelayedAckServerIsNotStalled) {
             "Initialization complete.\nDownloading FWDAT file...\n" +
                 frames +
                 "CMD: Norix HCI Reset                     Send Packet Size = 24 \n[OK]\n"
-                "Download complete.\n"
-                "Task                      %Time        Time(Sec)\n"
-                "Patch Lib (Init):           #   #\nPatch Lib (Get Next):       #   #\n"
-                "Patch Lib (Process Last):   #   #\nInitialization:             #   #\n"
-                "Other:                     #   #\nTotal:                    #   #\n");
+                "Download complete.\n" +
+                kTcpTimingTable);
   std::vector<std::string> wire = {"05 FC 01 FF"};
   wire.insert(wire.end(), sends.begin(), sends.end());
   wire.push_back("01 FC 08 00 00 00 01 00 80 00 00");

@@ -7,7 +7,7 @@
 #include "support/temp_dir.h"
 #include "support/timed_read_posix.h"
 #include "support/vps_client_posix.h"
-#include "transport/serial_device_posix.h"
+#include "transport/serial_device.h"
 
 namespace qrx::test {
 namespace {
@@ -65,12 +65,12 @@ TEST(Qrxvps, SfiDownloadOverPtyWithRateChange) {
   ChildProcess sim;
   const std::string path =
       StartSim(sim, dir, {"--pty", "--profile", "legacy-boot"}, "qrxvps: pty ");
-  const int fd = SerialOpen(path.c_str());
-  ASSERT_NE(fd, kNoSerialDevice) << path;
+  const SerialHandle port = SerialOpen(path.c_str());
+  ASSERT_NE(port, kNoSerialDevice) << path;
+  const int fd = static_cast<int>(port);
   SerialLineSettings line;
-  ASSERT_TRUE(SerialGetLine(fd, line));
-  SerialMakeRaw8N1(line, 115200);
-  ASSERT_TRUE(SerialApplyLine(fd, line));
+  ASSERT_TRUE(SerialBuildLine(port, line, 115200));
+  ASSERT_TRUE(SerialApplyLine(port, line));
   const auto send = [&](Bytes h4) {
     h4.insert(h4.begin(), 0x01);
     SerialWrite(fd, h4.data(), h4.size());
@@ -80,13 +80,13 @@ TEST(Qrxvps, SfiDownloadOverPtyWithRateChange) {
   send(Command(0xFC05, {0xFF}));                          // still at 115200: lost
   EXPECT_EQ(TimedRead(fd, 1, 300), Bytes{});
   SerialSetLineRate(line, 921600);
-  ASSERT_TRUE(SerialApplyLine(fd, line));
+  ASSERT_TRUE(SerialApplyLine(port, line));
   for (const Bytes& fragment : kFragments) {
     send(fragment);
     ASSERT_EQ(TimedRead(fd, kFragmentComplete.size(), kWaitMs), kFragmentComplete);
   }
   EXPECT_EQ(TimedRead(fd, kDownloadComplete.size(), kWaitMs), kDownloadComplete);
-  SerialClose(fd);
+  SerialClose(port);
   EXPECT_EQ(sim.WaitExit(kWaitMs), 0);
   // The lost Read Version never arrived.
   EXPECT_EQ(dir.Read("log").substr(0, 36), "10 FC 06 00 00 00 10 0E 00\n09 FC 81 ");

@@ -1,7 +1,7 @@
-#include "platform/host_path.h"
-
 #include <cstdlib>
 #include <string_view>
+
+#include "platform/host_path.h"
 
 namespace qrx {
 
