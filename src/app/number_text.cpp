@@ -44,6 +44,14 @@ int32_t ParseDecimal(const char* text) {
                              : static_cast<int32_t>(magnitude);
 }
 
+std::optional<int32_t> ScanDecimal(const char* text) {
+  if (text == nullptr) return std::nullopt;
+  const char* p = text;
+  SkipBlanksAndSign(p);
+  if (DigitValue(*p) >= 10) return std::nullopt;
+  return ParseDecimal(text);
+}
+
 uint32_t ParseUnsignedAutoBase(const char* text) {
   if (text == nullptr) return 0;
   const char* p = text;

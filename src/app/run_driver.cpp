@@ -1,10 +1,10 @@
 #include "app/run_driver.h"
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 
+#include "app/number_text.h"
 #include "app/options.h"
 #include "app/orchestration.h"
 #include "app/timing.h"
@@ -13,7 +13,9 @@
 #include "hci/hci_exchange.h"
 #include "hci/vendor_commands.h"
 #include "platform/console.h"
+#include "platform/termination_signals.h"
 #include "transport/btzel_serial.h"
+#include "transport/link_release.h"
 #include "transport/tcp_client.h"
 
 namespace qrx {
@@ -91,11 +93,10 @@ bool FileTypeFromPath(const char* path, FirmwareFileType& type) {
 }
 
 // "COM3" gives 3; -1 when no number follows the first three characters.
+// Numbers beyond 32 bits saturate rather than overflow: no such port exists.
 int32_t ComPortNumber(const char* portName) {
-  int number = -1;
-  if (std::strlen(portName) >= kComPrefixLength)
-    std::sscanf(portName + kComPrefixLength, "%d", &number);
-  return number;
+  if (std::strlen(portName) < kComPrefixLength) return -1;
+  return ScanDecimal(portName + kComPrefixLength).value_or(-1);
 }
 
 // The link of the run: the UART transport or the TCP client.
@@ -104,6 +105,8 @@ class RunLink {
   ~RunLink() { Close(); }
 
   bool Open(const RunOptions& options) {
+    // From here to the end of Close an interrupt gives the link back before the process ends.
+    CatchTerminationSignals(&ReleaseHeldLinksInSignalHandler);
     if (options.interface == kInterfaceTcp) {
       tcpOpen_ = true;
       SetServerAddress(options.serverAddress.data(), kServerAddressCapacity);
@@ -113,8 +116,8 @@ class RunLink {
       }
       return true;
     }
-    // A device path is opened as it stands; COMn maps to a device by name.
-    SetSerialDevicePath(options.portName[0] == '/' ? options.portName : nullptr);
+    // A device path or a name under /dev is opened as it stands; COMn maps to a device by number.
+    SetSerialDevicePath(SerialDevicePathForName(options.portName).c_str());
     transport_ = std::make_unique<BTZELTransport>(kInterfaceUart);
     SetActiveTransport(transport_.get());
     // Not checked: a port that did not open shows up as a failing first command.
@@ -141,6 +144,7 @@ class RunLink {
       CloseServerConnection();
       tcpOpen_ = false;
     }
+    RestoreTerminationSignals();
   }
 
  private:

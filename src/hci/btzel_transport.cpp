@@ -166,14 +166,20 @@ int32_t BTZELTransport::ReceivePacket(uint8_t* destination, uint32_t* length, ui
         std::memmove(receiveBuffer_.data(), receiveBuffer_.data() + total, fill - total);
       return 0;
     }
-    const uint32_t wanted = totalKnown ? total - fill : kHeaderReadLength;
+    // The framing keeps fill + wanted within the receive buffer (total is at
+    // most its size, a header read starts below 3); the clamp says so where
+    // the write happens, whatever a packet claims.
+    const uint32_t wanted = std::min<uint32_t>(totalKnown ? total - fill : kHeaderReadLength,
+                                               kReceiveBufferSize - fill);
     if (connection_->ReadBytes(receiveBuffer_.data() + fill, length, nullptr, waitEvent_, wanted,
                                timeoutMs) != 0) {
       ConsolePrintf("ERROR: unable to read data from device\n");
       fillCount_ = 0;
       return -1;
     }
-    fillCount_ += static_cast<int32_t>(*length);
+    // A connection never reports more than it was asked for; if one did, the
+    // surplus is not counted as held.
+    fillCount_ += static_cast<int32_t>(std::min(*length, wanted));
   }
 }
 

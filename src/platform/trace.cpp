@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/trace_file.h"
+
 namespace qrx {
 
 namespace {
@@ -22,7 +24,7 @@ void TraceProviderRegister() {
   if (g_trace.file != nullptr) return;
   const char* path = std::getenv("QRXBPL_TRACE_FILE");
   if (path == nullptr || *path == '\0') return;
-  g_trace.file = std::fopen(path, "a");
+  g_trace.file = OpenTraceFile(path);
   if (g_trace.file == nullptr) return;
   const char* level = std::getenv("QRXBPL_TRACE_LEVEL");
   g_trace.level = (level != nullptr && *level != '\0') ? std::atoi(level) : kDefaultTraceLevel;

@@ -1,9 +1,11 @@
 #include "transport/btzel_serial.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #include "platform/clock.h"
 #include "platform/console.h"
@@ -14,17 +16,20 @@ namespace qrx {
 namespace {
 
 constexpr int8_t kOpenPortFailed = -1;
-constexpr const char* kDefaultDeviceFormat = "/dev/ttyS%d";  // COM1 is ttyS0
-constexpr const char* kPortEnvironmentFormat = "QRXBPL_COM%d";
+constexpr const char* kDefaultDeviceFormat = "/dev/ttyS%lld";  // COM1 is ttyS0
+constexpr std::string_view kComPrefix = "COM";
+constexpr std::string_view kDeviceFolder = "/dev/";
+constexpr const char* kPortEnvironmentFormat = "QRXBPL_COM%lld";
 
 std::string& DevicePathOverride() {
   static std::string path;
   return path;
 }
 
-std::string FormatWithNumber(const char* format, int32_t number) {
+// Wide enough for any port number minus one: COM-2147483648 is ttyS-2147483649.
+std::string FormatWithNumber(const char* format, int64_t number) {
   char text[64];
-  std::snprintf(text, sizeof text, format, number);
+  std::snprintf(text, sizeof text, format, static_cast<long long>(number));
   return text;
 }
 
@@ -55,13 +60,25 @@ void SetSerialDevicePath(const char* path) {
   DevicePathOverride() = path != nullptr ? path : "";
 }
 
+std::string SerialDevicePathForName(const char* portName) {
+  if (portName == nullptr || *portName == '\0') return "";
+  const std::string_view name(portName);
+  if (name.front() == '/') return std::string(name);
+  const bool comPort =
+      name.size() >= kComPrefix.size() &&
+      std::equal(kComPrefix.begin(), kComPrefix.end(), name.begin(),
+                 [](char a, char b) { return a == std::toupper(static_cast<unsigned char>(b)); });
+  if (comPort || name.find('/') != std::string_view::npos) return "";
+  return std::string(kDeviceFolder) + std::string(name);
+}
+
 std::string SerialDevicePathForPort(int32_t portNumber) {
   if (!DevicePathOverride().empty()) return DevicePathOverride();
   const std::string variable = FormatWithNumber(kPortEnvironmentFormat, portNumber);
   if (const char* named = std::getenv(variable.c_str()); named != nullptr && *named != '\0') {
     return named;
   }
-  return FormatWithNumber(kDefaultDeviceFormat, portNumber - 1);
+  return FormatWithNumber(kDefaultDeviceFormat, int64_t{portNumber} - 1);
 }
 
 BTZELSERIAL::~BTZELSERIAL() {

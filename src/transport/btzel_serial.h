@@ -5,6 +5,7 @@
 #include <string>
 
 #include "transport/connection.h"
+#include "transport/link_release.h"
 #include "transport/serial_device_posix.h"
 
 namespace qrx {
@@ -24,13 +25,19 @@ struct CommTimeouts {
 constexpr uint32_t kMaxDword = 0xFFFFFFFF;
 constexpr uint32_t kHciCommandMaxLength = 2048;
 constexpr uint32_t kFlushInputLength = 259;
-constexpr uint32_t kSerialOpenBaudRate = 115200;
+constexpr uint32_t kSerialOpenBaudRate = kSerialPowerOnRate;
 // After OpenPort: hand over what is waiting, else wait up to a second for the first byte.
 constexpr CommTimeouts kOpenPortTimeouts{kMaxDword, kMaxDword, 1000, 0, 0};
 
 // A device path that OpenPort opens as it stands, whatever COM number it is
 // given (the run's -p value when it begins with '/'). Null or "" forgets it.
 void SetSerialDevicePath(const char* path);
+
+// The device a -p value names by itself: a value beginning with '/' as it
+// stands; a value with no '/' that does not begin with COM (any case) under
+// /dev ("ttyUSB0" is /dev/ttyUSB0). Empty for every other value, COMn among
+// them, which OpenPort maps by its number.
+std::string SerialDevicePathForName(const char* portName);
 
 // The device OpenPort(n) opens: the path set above; else $QRXBPL_COM<n>; else /dev/ttyS<n-1>.
 std::string SerialDevicePathForPort(int32_t portNumber);

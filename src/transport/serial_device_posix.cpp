@@ -5,6 +5,7 @@
 #include <asm/termbits.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <cstring>
 
 #include "platform/clock.h"
+#include "transport/link_release.h"
 
 namespace qrx {
 namespace {
@@ -39,10 +41,20 @@ int SerialOpen(const char* path) {
   // Opened without waiting for carrier, then switched to blocking I/O.
   const int fd = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return kNoSerialDevice;
+  // TIOCEXCL refuses later opens by other users, but not by root; the lock
+  // refuses root too, and any other program that locks the port.
   const int flags = ::fcntl(fd, F_GETFL);
-  if (flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) < 0 || ::ioctl(fd, TIOCEXCL) < 0) {
+  if (flags < 0 || ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) < 0 ||
+      ::flock(fd, LOCK_EX | LOCK_NB) < 0) {
     const int reason = errno;
-    ::close(fd);
+    ::close(fd);  // exclusivity is another holder's: left as it is
+    errno = reason;
+    return kNoSerialDevice;
+  }
+  HoldSerialLink(fd);
+  if (::ioctl(fd, TIOCEXCL) < 0) {
+    const int reason = errno;
+    SerialClose(fd);
     errno = reason;
     return kNoSerialDevice;
   }
@@ -50,6 +62,11 @@ int SerialOpen(const char* path) {
 }
 
 void SerialClose(int fd) {
+  // Exclusivity outlives the descriptor while anyone else keeps the device
+  // open (the far end of a pseudo-terminal does): it is cleared first.
+  ::ioctl(fd, TIOCNXCL);
+  ::flock(fd, LOCK_UN);
+  LetGoSerialLink(fd);
   ::close(fd);
 }
 

@@ -16,9 +16,11 @@ struct SerialLineSettings {
   alignas(8) std::array<unsigned char, 64> storage{};
 };
 
-// Read/write, never the controlling terminal, blocking, exclusive.
-// kNoSerialDevice when the device cannot be opened.
+// Read/write, never the controlling terminal, blocking, exclusive (TIOCEXCL
+// and flock, so root is refused too). kNoSerialDevice when the device cannot
+// be opened or another process holds it.
 int SerialOpen(const char* path);
+// Clears exclusivity and drops the lock before closing, so the next run opens it.
 void SerialClose(int fd);
 
 bool SerialGetLine(int fd, SerialLineSettings& line);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 
+#include "transport/link_release.h"
 #include "transport/tcp_socket.h"
 
 namespace qrx {
@@ -46,7 +47,9 @@ SocketHandle OpenSocketForFirst(const ServerAddressList& found) {
     return kInvalidSocket;
   }
   const int handle = socket(first->ai_family, first->ai_socktype, first->ai_protocol);
-  return handle < 0 ? kInvalidSocket : handle;
+  if (handle < 0) return kInvalidSocket;
+  HoldSocketLink(handle);
+  return handle;
 }
 
 int32_t ConnectToFirst(SocketHandle socket, const ServerAddressList& found) {
@@ -59,6 +62,7 @@ int32_t ConnectToFirst(SocketHandle socket, const ServerAddressList& found) {
 }
 
 int32_t CloseSocket(SocketHandle socket) {
+  LetGoSocketLink(socket);
   return close(socket) == 0 ? 0 : -1;
 }
 
