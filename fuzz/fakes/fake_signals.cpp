@@ -1,10 +1,6 @@
-// Termination signals and the trace file without the host: no handler is
-// installed (a fuzzing process must keep its own), and the trace file is
-// opened as any file.
-#include <cstdio>
-
+// Termination signals without the host: no handler is installed, a fuzzing
+// process keeps its own.
 #include "platform/termination_signals.h"
-#include "platform/trace_file.h"
 #include "transport/link_release.h"
 
 namespace qrx {
@@ -14,9 +10,5 @@ void CatchTerminationSignals(SignalSafeRelease /*release*/) {}
 void RestoreTerminationSignals() {}
 
 void ReleaseHeldLinksInSignalHandler() {}
-
-std::FILE* OpenTraceFile(const char* path) {
-  return std::fopen(path, "a");
-}
 
 }  // namespace qrx

@@ -32,6 +32,7 @@ void ResetFakeWorld() {
   ResetFakeFiles();
   ResetFakeClock();
   ResetFakeSerialLine();
+  RewindFakeTraceFile();
 }
 
 }  // namespace qrx::fuzz

@@ -45,6 +45,7 @@ void ResetFakeWorld();
 void ResetFakeFiles();
 void ResetFakeClock();
 void ResetFakeSerialLine();
+void RewindFakeTraceFile();
 void AdvanceFakeClockMs(int64_t milliseconds);
 
 // Cuts a stream into pieces: a piece size of 0 gives one piece.
