@@ -212,5 +212,16 @@ int main(int argc, char** argv) {
     Write("sim_frames", scenario.name,
           Prefixed(static_cast<uint8_t>(scenario.profile), run.hostBytes));
   }
+
+  // A controller that answers the version read with a vendor event and then
+  // an ACL packet whose length word is whatever stale bytes lie behind its
+  // short header.
+  Bytes hostile = {0x04, 0xFF, 0x05, 0x05, 0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00};
+  for (int i = 0; i < 263; ++i) hostile.push_back(static_cast<uint8_t>(i));
+  Write("uart_receive", "hostile-acl", Prefixed(0, hostile));
+  qrx::fuzz::RunInput hostileRun;
+  hostileRun.arguments = {"-i", "2", "-p", "COM1"};
+  hostileRun.farEnd = hostile;
+  Write("run", "uart-hostile-acl", qrx::fuzz::WriteRunInput(hostileRun));
   return 0;
 }
