@@ -22,7 +22,6 @@ struct FakePeer {
   std::function<void(std::span<const uint8_t>)> onWrite;
   // Every piece handed to the loader, in order, as one stream.
   std::vector<uint8_t> delivered;
-  bool refuseOpen = false;
 };
 
 FakePeer& SerialPeer();
