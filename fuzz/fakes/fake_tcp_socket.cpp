@@ -1,6 +1,6 @@
 // A server socket whose far end is a FakePeer: every look-up and connect
-// succeeds, sends go to the peer, receives take
-// what it queued, and an empty queue is a server that closed the connection.
+// succeeds, sends go to the peer, receives take what it queued, and an empty
+// queue is a server that closed the connection.
 #include <algorithm>
 #include <cstring>
 
