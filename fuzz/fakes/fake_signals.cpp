@@ -1,0 +1,11 @@
+// Termination signals without the host: no handler is installed, a fuzzing
+// process keeps its own.
+#include "platform/termination_signals.h"
+
+namespace qrx {
+
+void CatchTerminationSignals(SignalSafeRelease /*release*/) {}
+
+void RestoreTerminationSignals() {}
+
+}  // namespace qrx
