@@ -149,6 +149,50 @@ Json FirmwareJson() {
           {"sha256", facts.sha256}};
 }
 
+// The report as it stands; a run still going (or ended by a signal before it
+// could finish) has no exit status and is not finished.
+Json Render(std::optional<int> exitStatus) {
+  Json report;
+  report["program"] = "qrxbpl";
+  report["build"] = kBuildStamp;
+  report["arguments"] = g_record.arguments;
+  report["finished"] = exitStatus.has_value();
+  report["exitStatus"] = exitStatus ? Json(*exitStatus) : Json(nullptr);
+  report["versionAnswers"] = g_record.answers;
+  report["firmware"] = FirmwareJson();
+  report["steps"] = StepsFrom(g_record.transcript);
+  report["libraryStatus"] = g_record.libraryStatuses;
+  report["errors"] = ErrorsFrom(g_record.transcript);
+  report["timing"] = exitStatus ? TimingJson() : Json::array();
+  report["seconds"] =
+      static_cast<double>(WallClockMicroseconds() - g_record.startMicroseconds) / 1e6;
+  report["console"] = g_record.transcript;
+  return report;
+}
+
+// Replaces the file's content with one write. 0, or the platform's error number.
+int Store(std::optional<int> exitStatus) {
+  // Invalid bytes in a console line must not cost the whole report.
+  const std::string text =
+      Render(exitStatus).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  OutputFileHandle file = kNoOutputFile;
+  int error = OutputFileCreate(g_runOptions.reportPath, &file);
+  if (error == 0) {
+    error = OutputFileWrite(file,
+                            std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+    const int closeError = OutputFileClose(file);
+    if (error == 0) error = closeError;
+  }
+  return error;
+}
+
+// Rewritten at each milestone of the run (a handful per run, none per
+// fragment), so a run ended by a signal still leaves a whole report of what
+// it had reached. A failure here is reported once, by the final write.
+void Checkpoint() {
+  if (g_record.active) (void)Store(std::nullopt);
+}
+
 }  // namespace
 
 void RunReportBegin(int argc, const char* const* argv) {
@@ -158,6 +202,7 @@ void RunReportBegin(int argc, const char* const* argv) {
   g_record.startMicroseconds = WallClockMicroseconds();
   for (int i = 1; i < argc; ++i) g_record.arguments.push_back(argv[i]);
   ConsoleRecordInto(&g_record.transcript);
+  Checkpoint();
 }
 
 void RunReportVersionAnswer(std::span<const uint8_t> event, const char* form, const char* mode) {
@@ -165,6 +210,7 @@ void RunReportVersionAnswer(std::span<const uint8_t> event, const char* form, co
   const size_t length = std::min(event.size(), kEventHeaderBytes + event[kEventParamLengthIndex]);
   g_record.answers.push_back(
       {{"hex", HexText(event.first(length))}, {"form", form}, {"mode", mode}});
+  Checkpoint();
 }
 
 void RunReportLoadedFirmware(FirmwareFileType type, uint32_t imageSize) {
@@ -181,11 +227,13 @@ void RunReportLoadedFirmware(FirmwareFileType type, uint32_t imageSize) {
                   static_cast<unsigned long long>(facts.fileSize));
   }
   if (g_record.active) g_record.firmware = facts;
+  Checkpoint();
 }
 
 void RunReportLibraryStatus(const char* stage, FwLibStatus status) {
   if (!g_record.active) return;
   g_record.libraryStatuses.push_back({{"stage", stage}, {"status", status}});
+  Checkpoint();
 }
 
 void RunReportRunEnded(bool timingShown) {
@@ -196,32 +244,8 @@ void RunReportRunEnded(bool timingShown) {
 bool RunReportWrite(int exitStatus) {
   if (!g_record.active) return true;
   ConsoleRecordInto(nullptr);
-  Json report;
-  report["program"] = "qrxbpl";
-  report["build"] = kBuildStamp;
-  report["arguments"] = g_record.arguments;
-  report["exitStatus"] = exitStatus;
-  report["versionAnswers"] = g_record.answers;
-  report["firmware"] = FirmwareJson();
-  report["steps"] = StepsFrom(g_record.transcript);
-  report["libraryStatus"] = g_record.libraryStatuses;
-  report["errors"] = ErrorsFrom(g_record.transcript);
-  report["timing"] = TimingJson();
-  report["seconds"] =
-      static_cast<double>(WallClockMicroseconds() - g_record.startMicroseconds) / 1e6;
-  report["console"] = g_record.transcript;
+  const int error = Store(exitStatus);
   g_record.active = false;
-
-  // Invalid bytes in a console line must not cost the whole report.
-  const std::string text = report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-  OutputFileHandle file = kNoOutputFile;
-  int error = OutputFileCreate(g_runOptions.reportPath, &file);
-  if (error == 0) {
-    error = OutputFileWrite(file,
-                            std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
-    const int closeError = OutputFileClose(file);
-    if (error == 0) error = closeError;
-  }
   if (error != 0) {
     ConsolePrintf("qrxbpl: cannot write the report %s: %s\n", g_runOptions.reportPath,
                   SystemErrorText(error));

@@ -9,8 +9,10 @@
 namespace qrx {
 
 // The run report of --report FILE: a JSON summary for factory lines and CI
-// farms, written on every path the process ends by. Without --report the
-// calls below record nothing.
+// farms, written on every path the process ends by. It is rewritten at each
+// milestone of the run ("finished": false, no exit status), so a run ended by
+// a signal leaves what it had reached. Without --report the calls below
+// record nothing.
 
 // Starts recording (the console transcript among it) when --report was given.
 void RunReportBegin(int argc, const char* const* argv);

@@ -283,6 +283,7 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
 
   const Json json = Json::parse(bench.Drive().Read("run.json"));
   EXPECT_EQ(json["exitStatus"], 255);
+  EXPECT_EQ(json["finished"], true);
   ASSERT_EQ(json["versionAnswers"].size(), 1u);
   // The answer as the capture saw it arrive (after the server's ready event).
   EXPECT_EQ(json["versionAnswers"][0]["hex"], HexText(received[1].packet));
@@ -358,21 +359,30 @@ TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
 
 // A run cut short (here killed while it waits for an answer) leaves every
 // packet it had sent or received in the capture, each record whole.
-TEST(LinuxFeatures, CaptureIsCompleteWhenTheRunIsKilled) {
+TEST(LinuxFeatures, CaptureAndReportAreCompleteWhenTheRunIsKilled) {
   E2eBench bench;
   bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, BuildTwoBlockImage(kSmallImage, true)));
   std::vector<std::string> sim = kTlvBoot;
   sim.insert(sim.end(), {"--fault", "silent@3"});
   const std::string port = bench.StartTcp(sim);
   const std::string snoop = bench.Drive().Join("cut.snoop");
-  const ProcessResult run = RunProcess(
-      {BuildProduct("src/qrxbpl"), "-i", "3", "-a", "127.0.0.1", "-p", port, "--btsnoop", snoop},
-      {{"QRXBPL_DRIVE_C", bench.Drive().Path()}}, 1500);
+  const ProcessResult run =
+      RunProcess({BuildProduct("src/qrxbpl"), "-i", "3", "-a", "127.0.0.1", "-p", port, "--btsnoop",
+                  snoop, "--report", bench.Drive().Join("cut.json")},
+                 {{"QRXBPL_DRIVE_C", bench.Drive().Path()}}, 1500);
   EXPECT_EQ(run.exitStatus, -1) << "killed at the time limit";
   const auto commands = bench.CommandLog();
   ASSERT_EQ(commands.size(), 3u);
   const auto received = ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("cut.snoop")), commands);
   EXPECT_EQ(received.size(), 3u) << "ready event, version answer, one fragment's answer";
+  // The report as of the last milestone reached: the firmware loaded.
+  const Json json = Json::parse(bench.Drive().Read("cut.json"));
+  EXPECT_EQ(json["finished"], false);
+  EXPECT_TRUE(json["exitStatus"].is_null());
+  EXPECT_EQ(json["versionAnswers"].size(), 1u);
+  EXPECT_EQ(json["libraryStatus"], Json::parse(R"([{"stage": "initialize", "status": 0}])"));
+  EXPECT_EQ(json["firmware"]["kind"], "FWDAT");
+  EXPECT_EQ(json["timing"], Json::array());
 }
 
 // On a terminal the loader names the file it loaded and draws a progress
