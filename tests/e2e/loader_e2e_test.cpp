@@ -3,61 +3,24 @@
 #include <cstdlib>
 
 #include "e2e/e2e_bench.h"
-#include "image/fw_image.h"
-#include "support/loopback_peer.h"
 
 namespace qrx::test {
 namespace {
 
-using fwimage::BuildFwdat;
 using fwimage::BuildSfiImage;
 using fwimage::BuildTwoBlockImage;
-using fwimage::FwdatEntrySpec;
-using fwimage::MatchKey;
 using fwimage::SignedImageSpec;
 
-constexpr uint8_t kSignedKind = 1;
 constexpr const char* kFinishedTcp = "Finished sending. Closing socket.\n";
 const std::string kReadVersionLog = "05 FC 01 FF";
-
-// Pieces of the transcripts below, named for what they show.
-const std::string kPicked =
-    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
-const std::string kVersionCmd = "CMD: Read Norix Version                  ";
-const std::string kVersionEvt = "EVT: CommandComplete <Norix Version>     ";
 const std::string kBootCmd = "CMD: Read Secure Boot Params             ";
 const std::string kBootEvt = "EVT: CommandComplete <Sec Boot Params>   ";
-const std::string kTcpVersion = kVersionCmd + "Send Packet Size = 17 \n[OK]\n" + kVersionEvt;
 const std::string kTcpBoot = kBootCmd + "Send Packet Size = 16 \n[OK]\n" + kBootEvt;
-const std::string kUartVersion = kVersionCmd + "[OK]\n" + kVersionEvt;
 const std::string kUartBoot = kBootCmd + "[OK]\n" + kBootEvt;
 const std::string kResent = "[FAIL] Received Unexpected Event\n";
-const std::string kNoFirmware =
-    "ERROR: QRXFUL was unable to find viable firmware! Status=11\n\nPlease copy the Firmware file "
-    "in custom location C:\\Program Files\\Norix\\Bluetooth \n";
 const std::string kUnresponsive =
     "[FAIL] Read event failed\nThe firmware download cannot proceed because the controller has "
     "become unresponsive. Please try power-cycling the controller and/or reissuing the command.\n";
-
-// The frames a download of a kSmallImage sends over TCP: header, key and
-// signature in two parts each, then the body's two groups.
-const std::string kSmallImageFrames =
-    "Send Packet Size = 145 \nSend Packet Size = 269 \nSend Packet Size = 21 \n"
-    "Send Packet Size = 269 \nSend Packet Size = 21 \nSend Packet Size = 269 \n"
-    "Send Packet Size = 269 \n";
-
-// Small images keep the transcripts short; each still has every fragment kind.
-const SignedImageSpec kSmallImage{.bodyBytes = 300, .seed = 5, .patchNumber = 0};
-
-// A container holding one signed image, keyed for the simulated controller.
-void InstallContainer(E2eBench& bench, const std::vector<std::string>& sim,
-                      const std::vector<uint8_t>& image) {
-  std::vector<FwdatEntrySpec> entries(1);
-  entries[0].kindByte = kSignedKind;
-  entries[0].matchKey = MatchKey(FromHex(SimulatorKey(sim)));
-  entries[0].image = image;
-  bench.PutFirmware("qrxfw.dat", BuildFwdat(entries));
-}
 
 // Set QRX_E2E_PRINT=1 to see what a run printed when a transcript changes on purpose.
 void ExpectRun(const ProcessResult& run, int exitStatus, const std::string& out,
@@ -91,9 +54,7 @@ TEST(LoaderEndToEnd, TlvBootloaderTakesItsImageFromTheContainerOverTcp) {
   E2eBench bench;
   const auto image = BuildTwoBlockImage(kSmallImage, true);
   InstallContainer(bench, {"--profile", "tlv-boot"}, image);
-  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
-
-  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port}), 0,
+  ExpectRun(bench.RunTcp({"--profile", "tlv-boot"}), 0,
             kFinishedTcp, kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Downloading FWDAT file...
 )T" + kSmallImageFrames + R"T(CMD: Norix HCI Reset                     Send Packet Size = 24 
@@ -110,9 +71,7 @@ TEST(LoaderEndToEnd, LegacyBootloaderWithSecureBootOffTakesItsNamedSfiImage) {
   const auto image = BuildSfiImage(kSmallImage);
   // Named after answer bytes 0..7, then 00.sfi.
   bench.PutFirmware(SimulatorKey(sim).substr(0, 16) + "00.sfi", image);
-  const std::string port = bench.StartTcp(sim);
-
-  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-fw", "x.sfi"}), 0,
+  ExpectRun(bench.RunTcp(sim, {"-fw", "x.sfi"}), 0,
             kFinishedTcp, kTcpVersion + "[OK]\n" + kTcpBoot + R"T([OK]
 SecureBoot Disabled. Update Boot Address [OK]
 Reset[8] = 00 Reset[9] = 08 Reset[10] = 04 Reset[11] = 00 
@@ -131,10 +90,8 @@ TEST(LoaderEndToEnd, OperationalControllerIsResetToItsBootloaderFirst) {
   E2eBench bench;
   const auto image = BuildTwoBlockImage(kSmallImage, false);
   InstallContainer(bench, {"--profile", "tlv-op"}, image);
-  const std::string port = bench.StartTcp({"--profile", "tlv-op"});
-
   ExpectRun(
-      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-f", "1"}), 0, kFinishedTcp,
+      bench.RunTcp({"--profile", "tlv-op"}, {"-f", "1"}), 0, kFinishedTcp,
       kPicked + kTcpVersion + "[OK]\n" +
           R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
 CMD: Norix HCI Reset                     Send Packet Size = 24 
@@ -156,10 +113,8 @@ TEST(LoaderEndToEnd, NoccDownloadsWithoutPerFragmentAnswers) {
   E2eBench bench;
   const auto image = BuildTwoBlockImage(kSmallImage, true);
   InstallContainer(bench, {"--profile", "tlv-boot"}, image);
-  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
-
-  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-NoCc", "-v"}), 0,
-            kFinishedTcp, kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
+  ExpectRun(bench.RunTcp({"--profile", "tlv-boot"}, {"-NoCc", "-v"}), 0, kFinishedTcp,
+            kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Send Packet Size = 20 
 Downloading FWDAT file...
 SFI fragment #0 downloading 
@@ -243,9 +198,7 @@ Download complete.
     bench.PutFirmware("370a102301200f1400.bseq", bseq);
     std::vector<std::string> args = sim;
     args.insert(args.end(), c.faults.begin(), c.faults.end());
-    const std::string port = bench.StartTcp(args);
-    ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-bd", "-v"}),
-              c.exitStatus, kFinishedTcp, start + c.rest);
+    ExpectRun(bench.RunTcp(args, {"-bd", "-v"}), c.exitStatus, kFinishedTcp, start + c.rest);
   }
 }
 
@@ -265,9 +218,7 @@ TEST(LoaderEndToEnd, LegacyPatchLevelDecidesWithoutADownload) {
     SignedImageSpec patched = kSmallImage;
     patched.patchNumber = 5;
     bench.PutFirmware(SimulatorKey(sim).substr(0, 16) + "00.sfi", BuildSfiImage(patched));
-    const std::string port = bench.StartTcp(sim);
-    ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-b", "0x24800"}),
-              c.exitStatus, kFinishedTcp,
+    ExpectRun(bench.RunTcp(sim, {"-b", "0x24800"}), c.exitStatus, kFinishedTcp,
               "Reset[8] = 0 Reset[9] = 72 Reset[10] = 2 Reset[11] = 0 \n" + kPicked + kTcpVersion +
                   "[OK]\n" + c.tail);
   }
@@ -278,9 +229,7 @@ TEST(LoaderEndToEnd, AMebibyteImageDownloadsOverTcp) {
   E2eBench bench;
   const auto image = BuildTwoBlockImage({.bodyBytes = 1u << 20, .seed = 9, .patchNumber = 0}, true);
   InstallContainer(bench, {"--profile", "tlv-boot"}, image);
-  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
-
-  const ProcessResult run = bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port});
+  const ProcessResult run = bench.RunTcp({"--profile", "tlv-boot"});
   EXPECT_EQ(run.exitStatus, 0);
   const std::string tail = "[OK]\nDownload complete.\n" + kTcpTimingTable;
   const std::string err = MaskTimes(run.err);
@@ -355,15 +304,14 @@ CMD: Norix HCI Reset                     Send Packet Size = 24
     if (std::string(c.name) != "no firmware anywhere") {
       InstallContainer(bench, sim, BuildTwoBlockImage(kSmallImage, true));
     }
-    const ProcessResult run =
-        c.overTcp ? bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", bench.StartTcp(sim)})
-                  : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)});
-    ExpectRun(run, 255, c.overTcp ? kFinishedTcp : "", c.err);
+    ExpectRun(
+        c.overTcp ? bench.RunTcp(sim) : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)}),
+        255, c.overTcp ? kFinishedTcp : "", c.err);
   }
 }
 
 TEST(LoaderEndToEnd, UnreachableServer) {
-  LoopbackPeer closed(0, LoopbackPeer::Mode::kBoundOnly);
+  const RefusingPort closed;
   E2eBench bench;
   // The close after the failed connect finds no socket: EBADF (9) here; on
   // Windows the socket library, already cleaned up, answers 10093 first
@@ -508,10 +456,9 @@ TEST(LoaderEndToEnd, VendorExchangesOverBothLinksWithFaults) {
     E2eBench bench;
     std::vector<std::string> sim = {"--profile", "legacy-boot"};
     sim.insert(sim.end(), c.simArgs.begin(), c.simArgs.end());
-    const ProcessResult run =
-        c.overTcp ? bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", bench.StartTcp(sim)})
-                  : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)});
-    ExpectRun(run, 255, c.overTcp ? kFinishedTcp : "", c.err);
+    ExpectRun(
+        c.overTcp ? bench.RunTcp(sim) : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)}),
+        255, c.overTcp ? kFinishedTcp : "", c.err);
   }
 }
 
