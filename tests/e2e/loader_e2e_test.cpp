@@ -240,12 +240,28 @@ TEST(LoaderEndToEnd, AMebibyteImageDownloadsOverTcp) {
             Concat(Concat({kReadVersionLog}, sends), {"01 FC 08 00 00 00 01 00 80 00 00"}));
 }
 
-struct FailureCase {
+// A run against a simulator of the profile with the case's arguments added;
+// a case named "uart: ..." runs over the pseudo-terminal, the rest over TCP.
+struct FaultCase {
   const char* name;
   std::vector<std::string> sim;
   std::string err;
-  bool overTcp = true;
 };
+
+void ExpectFailures(const char* profile, bool withFirmware, const std::vector<FaultCase>& cases) {
+  for (const FaultCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    E2eBench bench;
+    std::vector<std::string> sim = {"--profile", profile};
+    sim.insert(sim.end(), c.sim.begin(), c.sim.end());
+    if (withFirmware && std::string(c.name) != "no firmware anywhere") {
+      InstallContainer(bench, sim, BuildTwoBlockImage(kSmallImage, true));
+    }
+    const bool overTcp = !std::string(c.name).starts_with("uart:");
+    ExpectRun(overTcp ? bench.RunTcp(sim) : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)}),
+              255, overTcp ? kFinishedTcp : "", c.err);
+  }
+}
 
 // Each library status a run can reach, with the controller misbehaving or the firmware unfit.
 TEST(LoaderEndToEnd, EachFailureEndsWithItsMessage) {
@@ -259,55 +275,44 @@ TEST(LoaderEndToEnd, EachFailureEndsWithItsMessage) {
       "Download incomplete!\nERROR: QRXFUL received an invalid event from the controller. Either "
       "an invalid firmware file was suppplied or communication was lost with the controller! "
       "Status=12\n";
-  const std::vector<FailureCase> cases = {
-      {"wrong opcode answers the third fragment",
-       {"--fault", "wrong-opcode@4"},
-       tcpThird + "Unexpected HCI Event! OCF=0x0a" + incomplete},
-      {"wrong event code answers the third fragment",
-       {"--fault", "wrong-event@4"},
-       tcpThird + "Unexpected Event Received! Event Code: 0x04\n" + incomplete},
-      {"the third fragment fails",
-       {"--fault", "failed-status@4"},
-       tcpThird + "HCI Command Complete event failed! status: 0x1f\n" + incomplete},
-      {"an event without parameters",
-       {"--fault", "short-event@4"},
-       tcpThird + "Invalid event received! Len: 3\n" + incomplete},
-      {"connection closed during the download",
-       {"--fault", "close@4"},
-       tcpThird + "ERROR: memcpy_s failed! Error=22\nQRXBPLRecvCommand failed!\n" + incomplete},
-      {"the controller rejects the image",
-       {"--fault", "failed-completion"},
-       tcpStart + kSmallImageFrames + "HCI event failed! status: 0x10\n" + incomplete},
-      {"uart: wrong event code answers a fragment",
-       {"--fault", "wrong-event@4"},
-       uartStart + "Unexpected Event Received! Event Code: 0x04\n" + incomplete,
-       false},
-      {"unknown signature scheme",
-       {"--set", "sig-scheme=2"},
-       tcpStart + "Download incomplete!\nERROR: QRXFUL was supplied with an invalid parameter! "
-                  "Status=2\n"},
-      {"bootloader answer that is not a bootloader's",
-       {"--set", "boot-image-type=0"},
-       kPicked + kTcpVersion + "[OK]\n" +
-           R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
+  ExpectFailures(
+      "tlv-boot", true,
+      {
+          {"wrong opcode answers the third fragment",
+           {"--fault", "wrong-opcode@4"},
+           tcpThird + "Unexpected HCI Event! OCF=0x0a" + incomplete},
+          {"wrong event code answers the third fragment",
+           {"--fault", "wrong-event@4"},
+           tcpThird + "Unexpected Event Received! Event Code: 0x04\n" + incomplete},
+          {"the third fragment fails",
+           {"--fault", "failed-status@4"},
+           tcpThird + "HCI Command Complete event failed! status: 0x1f\n" + incomplete},
+          {"an event without parameters",
+           {"--fault", "short-event@4"},
+           tcpThird + "Invalid event received! Len: 3\n" + incomplete},
+          {"connection closed during the download",
+           {"--fault", "close@4"},
+           tcpThird + "ERROR: memcpy_s failed! Error=22\nQRXBPLRecvCommand failed!\n" + incomplete},
+          {"the controller rejects the image",
+           {"--fault", "failed-completion"},
+           tcpStart + kSmallImageFrames + "HCI event failed! status: 0x10\n" + incomplete},
+          {"uart: wrong event code answers a fragment",
+           {"--fault", "wrong-event@4"},
+           uartStart + "Unexpected Event Received! Event Code: 0x04\n" + incomplete},
+          {"unknown signature scheme",
+           {"--set", "sig-scheme=2"},
+           tcpStart + "Download incomplete!\nERROR: QRXFUL was supplied with an invalid parameter! "
+                      "Status=2\n"},
+          {"bootloader answer that is not a bootloader's",
+           {"--set", "boot-image-type=0"},
+           kPicked + kTcpVersion + "[OK]\n" +
+               R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
 CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
 )T" + kTcpVersion +
-           "[OK]\n" + incomplete.substr(incomplete.find('\n') + 1)},
-      {"no firmware anywhere", {}, kPicked + kTcpVersion + "[OK]\n" + kNoFirmware},
-  };
-  for (const FailureCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    E2eBench bench;
-    std::vector<std::string> sim = {"--profile", "tlv-boot"};
-    sim.insert(sim.end(), c.sim.begin(), c.sim.end());
-    if (std::string(c.name) != "no firmware anywhere") {
-      InstallContainer(bench, sim, BuildTwoBlockImage(kSmallImage, true));
-    }
-    ExpectRun(
-        c.overTcp ? bench.RunTcp(sim) : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)}),
-        255, c.overTcp ? kFinishedTcp : "", c.err);
-  }
+               "[OK]\n" + incomplete.substr(incomplete.find('\n') + 1)},
+          {"no firmware anywhere", {}, kPicked + kTcpVersion + "[OK]\n" + kNoFirmware},
+      });
 }
 
 TEST(LoaderEndToEnd, UnreachableServer) {
@@ -390,76 +395,51 @@ The firmware download cannot proceed because the controller has become unrespons
 )T");
 }
 
-struct LinkCase {
-  const char* name;
-  bool overTcp;
-  std::vector<std::string> simArgs;
-  std::string err;
-};
-
 // The vendor exchanges and both links against a misbehaving controller. No
 // firmware is installed, so a run that gets through ends at the search.
 TEST(LoaderEndToEnd, VendorExchangesOverBothLinksWithFaults) {
-  const std::vector<LinkCase> cases = {
-      {"tcp: vendor event and a stray answer before the version",
-       true,
-       {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
-       kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" + kNoFirmware},
-      {"tcp: late reset answer before the version",
-       true,
-       {"--fault", "pending-reset@1"},
-       kPicked + kTcpVersion + kResent + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" +
-           kNoFirmware},
-      {"tcp: secure boot query fails",
-       true,
-       {"--fault", "failed-status@1/fc0d"},
-       kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[FAIL] Invalid event\n" + kNoFirmware},
-      {"tcp: prefix-only message",
-       true,
-       {"--fault", "prefix-only@1"},
-       kPicked + kTcpVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
-      {"tcp: connection closed",
-       true,
-       {"--fault", "close@1"},
-       kPicked + kTcpVersion + "ERROR: memcpy_s failed! Error=22\n" + kUnresponsive},
-      {"uart: vendor event and a stray answer before the version",
-       false,
-       {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
-       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
-      {"uart: late reset answer before the version",
-       false,
-       {"--fault", "pending-reset@1"},
-       kPicked + kUartVersion + kResent + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" +
-           kNoFirmware},
-      {"uart: secure boot query fails",
-       false,
-       {"--fault", "failed-status@1/fc0d"},
-       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[FAIL] Invalid event\n" + kNoFirmware},
-      {"uart: secure boot off",
-       false,
-       {"--secure-boot", "off"},
-       kPicked + kUartVersion + "[OK]\n" + kUartBoot +
-           "[OK]\nSecureBoot Disabled. Update Boot Address [OK]\nReset[8] = 00 Reset[9] = 08 "
-           "Reset[10] = 04 Reset[11] = 00 \n" +
-           kNoFirmware},
-      {"uart: event split over writes",
-       false,
-       {"--fault", "split@1"},
-       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
-      {"uart: noise byte on the line",
-       false,
-       {"--fault", "noise@1"},
-       kPicked + kUartVersion + kUnresponsive},
-  };
-  for (const LinkCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    E2eBench bench;
-    std::vector<std::string> sim = {"--profile", "legacy-boot"};
-    sim.insert(sim.end(), c.simArgs.begin(), c.simArgs.end());
-    ExpectRun(
-        c.overTcp ? bench.RunTcp(sim) : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)}),
-        255, c.overTcp ? kFinishedTcp : "", c.err);
-  }
+  ExpectFailures(
+      "legacy-boot", false,
+      {
+          {"tcp: vendor event and a stray answer before the version",
+           {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
+           kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" + kNoFirmware},
+          {"tcp: late reset answer before the version",
+           {"--fault", "pending-reset@1"},
+           kPicked + kTcpVersion + kResent + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" +
+               kNoFirmware},
+          {"tcp: secure boot query fails",
+           {"--fault", "failed-status@1/fc0d"},
+           kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[FAIL] Invalid event\n" + kNoFirmware},
+          {"tcp: prefix-only message",
+           {"--fault", "prefix-only@1"},
+           kPicked + kTcpVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
+          {"tcp: connection closed",
+           {"--fault", "close@1"},
+           kPicked + kTcpVersion + "ERROR: memcpy_s failed! Error=22\n" + kUnresponsive},
+          {"uart: vendor event and a stray answer before the version",
+           {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
+           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
+          {"uart: late reset answer before the version",
+           {"--fault", "pending-reset@1"},
+           kPicked + kUartVersion + kResent + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" +
+               kNoFirmware},
+          {"uart: secure boot query fails",
+           {"--fault", "failed-status@1/fc0d"},
+           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[FAIL] Invalid event\n" + kNoFirmware},
+          {"uart: secure boot off",
+           {"--secure-boot", "off"},
+           kPicked + kUartVersion + "[OK]\n" + kUartBoot +
+               "[OK]\nSecureBoot Disabled. Update Boot Address [OK]\nReset[8] = 00 Reset[9] = 08 "
+               "Reset[10] = 04 Reset[11] = 00 \n" +
+               kNoFirmware},
+          {"uart: event split over writes",
+           {"--fault", "split@1"},
+           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
+          {"uart: noise byte on the line",
+           {"--fault", "noise@1"},
+           kPicked + kUartVersion + kUnresponsive},
+      });
 }
 
 }  // namespace
