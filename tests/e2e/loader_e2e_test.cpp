@@ -34,8 +34,12 @@ void ExpectRun(const ProcessResult& run, int exitStatus, const std::string& out,
   EXPECT_EQ(MaskTimes(run.err), err);
 }
 
-// Command logs are long hex lines: report where they part, not the whole of both.
-void ExpectLog(const std::vector<std::string>& actual, const std::vector<std::string>& expected) {
+// The log as head, the image's Secure Sends, then tail. Command logs are long
+// hex lines: report where they part, not the whole of both.
+void ExpectLog(const std::vector<std::string>& actual, std::vector<std::string> expected,
+               const std::vector<std::string>& sends, const std::vector<std::string>& tail = {}) {
+  expected.insert(expected.end(), sends.begin(), sends.end());
+  expected.insert(expected.end(), tail.begin(), tail.end());
   EXPECT_EQ(actual.size(), expected.size()) << "commands logged";
   for (size_t i = 0; i < std::min(actual.size(), expected.size()); ++i) {
     if (actual[i] != expected[i]) {
@@ -43,11 +47,6 @@ void ExpectLog(const std::vector<std::string>& actual, const std::vector<std::st
       return;
     }
   }
-}
-
-std::vector<std::string> Concat(std::vector<std::string> a, const std::vector<std::string>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
 }
 
 TEST(LoaderEndToEnd, TlvBootloaderTakesItsImageFromTheContainerOverTcp) {
@@ -61,8 +60,8 @@ Downloading FWDAT file...
 [OK]
 Download complete.
 )T" + kTcpTimingTable);
-  ExpectLog(bench.CommandLog(), Concat(Concat({kReadVersionLog}, ExpectedSecureSends(image, true)),
-                                       {"01 FC 08 00 00 00 01 00 80 00 00"}));
+  ExpectLog(bench.CommandLog(), {kReadVersionLog}, ExpectedSecureSends(image, true),
+            {"01 FC 08 00 00 00 01 00 80 00 00"});
 }
 
 TEST(LoaderEndToEnd, LegacyBootloaderWithSecureBootOffTakesItsNamedSfiImage) {
@@ -81,9 +80,8 @@ Downloading SFI file...
 [OK]
 Download complete.
 )T" + kTcpTimingTable);
-  ExpectLog(bench.CommandLog(),
-            Concat(Concat({kReadVersionLog, "0D FC 00"}, ExpectedSecureSends(image, false)),
-                   {"01 FC 08 00 00 00 01 00 08 04 00"}));
+  ExpectLog(bench.CommandLog(), {kReadVersionLog, "0D FC 00"}, ExpectedSecureSends(image, false),
+            {"01 FC 08 00 00 00 01 00 08 04 00"});
 }
 
 TEST(LoaderEndToEnd, OperationalControllerIsResetToItsBootloaderFirst) {
@@ -105,8 +103,8 @@ Downloading FWDAT file...
           R"T(Download complete.
 )T" + kTcpTimingTable);
   ExpectLog(bench.CommandLog(),
-            Concat({kReadVersionLog, "01 FC 08 01 00 00 00 00 00 00 00", kReadVersionLog},
-                   ExpectedSecureSends(image, false)));
+            {kReadVersionLog, "01 FC 08 01 00 00 00 00 00 00 00", kReadVersionLog},
+            ExpectedSecureSends(image, false));
 }
 
 TEST(LoaderEndToEnd, NoccDownloadsWithoutPerFragmentAnswers) {
@@ -136,9 +134,8 @@ CMD: Norix HCI Reset                     Send Packet Size = 24
 [OK]
 Download complete.
 )T" + kTcpTimingTable);
-  ExpectLog(bench.CommandLog(), Concat(Concat({kReadVersionLog, "8B FC 04 03 86 01 01"},
-                                              ExpectedSecureSends(image, true)),
-                                       {"01 FC 08 00 00 00 01 00 80 00 00"}));
+  ExpectLog(bench.CommandLog(), {kReadVersionLog, "8B FC 04 03 86 01 01"},
+            ExpectedSecureSends(image, true), {"01 FC 08 00 00 00 01 00 80 00 00"});
 }
 
 TEST(LoaderEndToEnd, BdDataGoesDownTheBseqPathInManufacturerMode) {
@@ -236,8 +233,7 @@ TEST(LoaderEndToEnd, AMebibyteImageDownloadsOverTcp) {
   EXPECT_EQ(err.substr(err.size() - std::min(err.size(), tail.size())), tail);
   const auto sends = ExpectedSecureSends(image, true);
   EXPECT_GT(sends.size(), 4000u);
-  ExpectLog(bench.CommandLog(),
-            Concat(Concat({kReadVersionLog}, sends), {"01 FC 08 00 00 00 01 00 80 00 00"}));
+  ExpectLog(bench.CommandLog(), {kReadVersionLog}, sends, {"01 FC 08 00 00 00 01 00 80 00 00"});
 }
 
 // A run against a simulator of the profile with the case's arguments added;
