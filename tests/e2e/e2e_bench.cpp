@@ -13,6 +13,8 @@
 #include <sstream>
 #include <thread>
 
+#include "support/secure_sends.h"
+
 namespace qrx::test {
 
 namespace {
@@ -50,11 +52,6 @@ std::string FoldLineEnds(const std::string& text, const char* stream) {
   return folded;
 }
 
-std::string SecureSend(uint8_t fragmentType, std::span<const uint8_t> data) {
-  std::vector<uint8_t> command = {0x09, 0xFC, static_cast<uint8_t>(data.size() + 1), fragmentType};
-  command.insert(command.end(), data.begin(), data.end());
-  return Hex(command);
-}
 }  // namespace
 
 std::string Hex(std::span<const uint8_t> bytes) {
@@ -220,24 +217,8 @@ std::string MaskTimes(const std::string& transcript) {
 
 std::vector<std::string> ExpectedSecureSends(std::span<const uint8_t> image, bool secondBlock) {
   std::vector<std::string> sends;
-  size_t at = 0;
-  auto take = [&](uint8_t type, size_t size) {
-    sends.push_back(SecureSend(type, image.subspan(at, size)));
-    at += size;
-  };
-  take(0x00, 128);
-  take(0x03, 252);
-  take(0x03, 4);
-  at += 4;  // the key field is never sent
-  take(0x02, 252);
-  take(0x02, 4);
-  if (secondBlock) at += 320;  // scheme 0 verifies the first block only
-  while (at < image.size()) {
-    size_t group = 0;
-    do group += 3 + image[at + group + 2];
-    while (group % 4 != 0);
-    take(0x01, group);
-  }
+  for (const auto& command : SecureSendCommands(image, 0, secondBlock))
+    sends.push_back(Hex(command));
   return sends;
 }
 

@@ -33,8 +33,9 @@ Sent Complete(uint8_t ocf) {
 }
 
 constexpr fwimage::SignedImageSpec kRecipe{.bodyBytes = 1200, .seed = 1, .patchNumber = 7};
-const Script kSfi = test::SecureSendCommands(fwimage::BuildSfiImage(kRecipe), 0);
-const Script kTwoBlocks = test::SecureSendCommands(fwimage::BuildTwoBlockImage(kRecipe, true), 1);
+const Script kSfi = test::SecureSendCommands(fwimage::BuildSfiImage(kRecipe), 0, false);
+const Script kTwoBlocks =
+    test::SecureSendCommands(fwimage::BuildTwoBlockImage(kRecipe, true), 1, true);
 const Bytes kReadVersion = Command(0xFC05, {0xFF});
 const Bytes kBootAddressReset = Command(0xFC01, {0, 0, 0, 1, 0x00, 0x80, 0x00, 0x00});
 
@@ -144,7 +145,7 @@ TEST(SecureSend, LayoutsAndTheirViolations) {
     SCOPED_TRACE(c.name);
     Bytes image = fwimage::BuildSfiImage(kRecipe);
     if (c.image) c.image(image);
-    Script script = test::SecureSendCommands(image, 0);
+    Script script = test::SecureSendCommands(image, 0, false);
     if (c.script) c.script(script);
     ControllerConfig config = ConfigForProfile(Profile::kTlvBoot);
     config.signatureScheme = c.scheme;
