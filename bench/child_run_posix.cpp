@@ -1,8 +1,6 @@
 #include "child_run_posix.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -95,45 +93,6 @@ int TimedRunMain(int argc, char** argv) {
   std::printf("%d %lld %lld\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
               static_cast<long long>(wall), static_cast<long long>(usage.ru_maxrss));
   return 0;
-}
-
-Background::~Background() {
-  if (pid_ > 0) Finish(0);
-  if (out_ >= 0) close(out_);
-}
-
-std::string Background::Start(const std::vector<std::string>& argv) {
-  int pipeFds[2];
-  if (pipe2(pipeFds, O_CLOEXEC) != 0) return "";
-  pid_ = fork();
-  if (pid_ < 0) return "";
-  if (pid_ == 0) {
-    dup2(pipeFds[1], STDOUT_FILENO);
-    Exec(argv, {});
-  }
-  close(pipeFds[1]);
-  out_ = pipeFds[0];
-  std::string line;
-  pollfd watch{out_, POLLIN, 0};
-  char c = 0;
-  while (poll(&watch, 1, 10000) > 0 && read(out_, &c, 1) == 1 && c != '\n') line += c;
-  return line;
-}
-
-bool Background::Finish(int timeoutMs) {
-  if (pid_ <= 0) return true;
-  int status = 0;
-  for (int waited = 0; waited <= timeoutMs; waited += 10) {
-    if (waitpid(pid_, &status, WNOHANG) == pid_) {
-      pid_ = -1;
-      return true;
-    }
-    usleep(10000);
-  }
-  kill(pid_, SIGTERM);
-  waitpid(pid_, &status, 0);
-  pid_ = -1;
-  return false;
 }
 
 }  // namespace qrx::bench

@@ -1,7 +1,6 @@
 #pragma once
 
-// The programs the bench runs: the simulator in the background, the loader
-// timed to its end with its peak memory.
+// The loader timed to its end with its peak memory.
 
 #include <cstdint>
 #include <string>
@@ -34,24 +33,5 @@ TimedRun RunTimed(const std::vector<std::string>& argv, const Environment& env,
 // output. Returns the process exit status.
 constexpr const char* kTimedRunFlag = "--timed-run";
 int TimedRunMain(int argc, char** argv);
-
-// A program left running while the bench talks to it; ended and reaped by the
-// destructor if it has not ended by itself.
-class Background {
- public:
-  Background() = default;
-  ~Background();
-  Background(const Background&) = delete;
-  Background& operator=(const Background&) = delete;
-
-  // Starts argv and returns its first line of standard output ("" on failure).
-  std::string Start(const std::vector<std::string>& argv);
-  // Waits up to timeoutMs for it to end by itself; false if it had to be ended.
-  bool Finish(int timeoutMs);
-
- private:
-  int pid_ = -1;
-  int out_ = -1;
-};
 
 }  // namespace qrx::bench

@@ -21,6 +21,7 @@
 #include "image/fw_image.h"
 #include "model/controller_config.h"
 #include "model/version_answer.h"
+#include "support/child_process_posix.h"
 
 namespace {
 
@@ -110,17 +111,17 @@ class Bench {
   // One download: the simulator started for one session, then qrxbpl with
   // the row's arguments and the image's drive.
   void Run(Row& row) {
-    bench::Background sim;
-    std::vector<std::string> argv = {Program("sim/qrxvps"), "--once", "--profile", "tlv-boot"};
-    argv.insert(argv.end(), row.simArgs.begin(), row.simArgs.end());
-    const std::string line = sim.Start(argv);
+    test::ChildProcess sim;
+    std::vector<std::string> args = {"--once", "--profile", "tlv-boot"};
+    args.insert(args.end(), row.simArgs.begin(), row.simArgs.end());
+    const std::string line = FirstLine(sim, args);
     const std::string where = line.substr(line.find_last_of(" :") + 1);
     std::vector<std::string> loader = {Program("src/qrxbpl")};
     for (const std::string& arg : row.loaderArgs) loader.push_back(arg == "@" ? where : arg);
     const bench::TimedRun run =
         bench::RunTimed(loader, {{"QRXBPL_DRIVE_C", row.image->drive.string()}},
                         (work_ / "loader.out").string(), (work_ / "loader.err").string());
-    sim.Finish(kSimulatorEndMs);
+    sim.WaitExit(kSimulatorEndMs);
     Keep(row, run.exitStatus == 0, run.wallNs);
     row.peakRssKiB = std::max(row.peakRssKiB, run.peakRssKiB);
   }
@@ -129,16 +130,21 @@ class Bench {
   // settings (none), or with TCP_NODELAY when its arguments ask for it;
   // only its fragments are timed.
   void RunFloor(Row& row) {
-    bench::Background sim;
-    const std::string line = sim.Start({Program("sim/qrxvps"), "--tcp", "--port", "0", "--once"});
+    test::ChildProcess sim;
+    const std::string line = FirstLine(sim, {"--tcp", "--port", "0", "--once"});
     const auto port = static_cast<uint16_t>(std::stoul("0" + line.substr(line.rfind(':') + 1)));
     const bench::FloorResult floor = bench::RunFloorClient(
         port, row.image->fragments, !row.loaderArgs.empty() && row.loaderArgs[0] == kNoDelay);
-    sim.Finish(kSimulatorEndMs);
+    sim.WaitExit(kSimulatorEndMs);
     Keep(row, floor.ok, floor.fragmentNs);
   }
 
  private:
+  // Starts the simulator; its first line tells where it listens.
+  std::string FirstLine(test::ChildProcess& sim, const std::vector<std::string>& args) const {
+    return sim.Start(Program("sim/qrxvps"), args) ? sim.ReadLine(10000).value_or("") : "";
+  }
+
   void Keep(Row& row, bool ok, int64_t wallNs) {
     if (!ok) {
       // Its console is kept for a look; the folder stays when anything failed.

@@ -8,7 +8,6 @@
 #include <sstream>
 
 #include "e2e/e2e_bench.h"
-#include "image/fw_image.h"
 
 // What a real bench does to the loader beyond its console: interrupts, a port
 // someone else holds, a controller that sends garbage, names that are not what
@@ -17,38 +16,19 @@
 namespace qrx::test {
 namespace {
 
-using fwimage::BuildFwdat;
 using fwimage::BuildTwoBlockImage;
-using fwimage::FwdatEntrySpec;
-using fwimage::MatchKey;
 
-constexpr uint8_t kSignedKind = 1;
-const std::vector<std::string> kSim = {"--profile", "tlv-boot"};
+const std::vector<std::string>& kSim = kTlvBoot;
 // Large enough that a download is still running well after it has begun.
 const fwimage::SignedImageSpec kLongImage{.bodyBytes = 200000, .seed = 7, .patchNumber = 0};
 // Commands the simulator has seen when the signal goes: Secure Sends under way.
 constexpr size_t kCommandsBeforeSignal = 40;
 constexpr int kExitLimitMs = 20000;
 
-const std::string kPicked =
-    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
-const std::string kUartStart = kPicked +
-                               "CMD: Read Norix Version                  [OK]\n"
-                               "EVT: CommandComplete <Norix Version>     [OK]\n";
+const std::string kUartStart = kPicked + kUartVersion + "[OK]\n";
 const std::string kTcpStart =
-    kPicked +
-    "CMD: Read Norix Version                  Send Packet Size = 17 \n[OK]\n"
-    "EVT: CommandComplete <Norix Version>     [OK]\n"
-    "Initialization complete.\nDownloading FWDAT file...\n";
+    kPicked + kTcpVersion + "[OK]\nInitialization complete.\nDownloading FWDAT file...\n";
 const std::string kLineAt115200 = "qrxvps: host closed the line at 115200 bit/s";
-
-void InstallContainer(E2eBench& bench, const std::vector<uint8_t>& image) {
-  std::vector<FwdatEntrySpec> entries(1);
-  entries[0].kindByte = kSignedKind;
-  entries[0].matchKey = MatchKey(FromHex(SimulatorKey(kSim)));
-  entries[0].image = image;
-  bench.PutFirmware("qrxfw.dat", BuildFwdat(entries));
-}
 
 struct SignalCase {
   const char* name;
@@ -68,7 +48,7 @@ TEST(BenchSafety, ATerminatingSignalMidDownloadGivesTheLinkBack) {
   for (const SignalCase& c : cases) {
     SCOPED_TRACE(std::string(c.name) + (c.overTcp ? " over TCP" : " on a pty"));
     E2eBench bench;
-    InstallContainer(bench, BuildTwoBlockImage(kLongImage, true));
+    InstallContainer(bench, kSim, BuildTwoBlockImage(kLongImage, true));
     // Over TCP the server delays its ACKs, so each fragment takes tens of
     // milliseconds and the signal surely lands mid-download; the next run asks
     // for TCP_NODELAY and is quick again.
@@ -119,7 +99,7 @@ Downloading FWDAT file...
 // not disturbed.
 TEST(BenchSafety, ASecondLoaderOnAHeldPortIsRefused) {
   E2eBench bench;
-  InstallContainer(bench, BuildTwoBlockImage(kLongImage, true));
+  InstallContainer(bench, kSim, BuildTwoBlockImage(kLongImage, true));
   const std::string pty = bench.StartPty(kSim);
   ChildProcess first;
   ASSERT_TRUE(bench.StartLoader(first, {"-i", "2", "-p", pty}));
@@ -150,7 +130,7 @@ TEST(BenchSafety, ASecondLoaderOnAHeldPortIsRefused) {
 // it over; with tracing on, the packet's dump stops at the buffer's end.
 TEST(BenchSafety, AnOverlongPacketIsDumpedOnlyAsFarAsTheBuffer) {
   E2eBench bench;
-  InstallContainer(bench, BuildTwoBlockImage({.bodyBytes = 300, .seed = 5}, true));
+  InstallContainer(bench, kSim, BuildTwoBlockImage(kSmallImage, true));
   const std::string hostile =
       "04ff050501000000"
       "020000" +

@@ -1,6 +1,9 @@
 #include "e2e/e2e_bench.h"
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -9,6 +12,8 @@
 #include <regex>
 #include <sstream>
 #include <thread>
+
+#include "support/secure_sends.h"
 
 namespace qrx::test {
 
@@ -47,6 +52,8 @@ std::string FoldLineEnds(const std::string& text, const char* stream) {
   return folded;
 }
 
+}  // namespace
+
 std::string Hex(std::span<const uint8_t> bytes) {
   std::string text;
   char pair[4];
@@ -58,12 +65,29 @@ std::string Hex(std::span<const uint8_t> bytes) {
   return text;
 }
 
-std::string SecureSend(uint8_t fragmentType, std::span<const uint8_t> data) {
-  std::vector<uint8_t> command = {0x09, 0xFC, static_cast<uint8_t>(data.size() + 1), fragmentType};
-  command.insert(command.end(), data.begin(), data.end());
-  return Hex(command);
+RefusingPort::RefusingPort() : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  auto* generic = reinterpret_cast<sockaddr*>(&address);
+  EXPECT_TRUE(fd_ >= 0 && bind(fd_, generic, length) == 0 &&
+              getsockname(fd_, generic, &length) == 0);
+  port_ = ntohs(address.sin_port);
 }
-}  // namespace
+
+RefusingPort::~RefusingPort() {
+  if (fd_ >= 0) close(fd_);
+}
+
+std::vector<uint8_t> Container(const std::vector<std::string>& sim,
+                               const std::vector<uint8_t>& image) {
+  std::vector<fwimage::FwdatEntrySpec> entries(1);
+  entries[0].kindByte = 1;  // signed
+  entries[0].matchKey = fwimage::MatchKey(FromHex(SimulatorKey(sim)));
+  entries[0].image = image;
+  return fwimage::BuildFwdat(entries);
+}
 
 E2eBench::~E2eBench() {
   if (started_) {
@@ -193,24 +217,8 @@ std::string MaskTimes(const std::string& transcript) {
 
 std::vector<std::string> ExpectedSecureSends(std::span<const uint8_t> image, bool secondBlock) {
   std::vector<std::string> sends;
-  size_t at = 0;
-  auto take = [&](uint8_t type, size_t size) {
-    sends.push_back(SecureSend(type, image.subspan(at, size)));
-    at += size;
-  };
-  take(0x00, 128);
-  take(0x03, 252);
-  take(0x03, 4);
-  at += 4;  // the key field is never sent
-  take(0x02, 252);
-  take(0x02, 4);
-  if (secondBlock) at += 320;  // scheme 0 verifies the first block only
-  while (at < image.size()) {
-    size_t group = 0;
-    do group += 3 + image[at + group + 2];
-    while (group % 4 != 0);
-    take(0x01, group);
-  }
+  for (const auto& command : SecureSendCommands(image, 0, secondBlock))
+    sends.push_back(Hex(command));
   return sends;
 }
 

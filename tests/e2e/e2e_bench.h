@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "image/fw_image.h"
 #include "support/child_process_posix.h"
 #include "support/temp_dir.h"
 
@@ -43,6 +44,14 @@ class E2eBench {
   // Windows run's CR LF line ends are checked and folded to LF, so the
   // transcripts compare alike.
   ProcessResult RunLoader(const std::vector<std::string>& args, const Environment& env = {});
+  // Starts the simulator over TCP with simArgs, then runs the loader against
+  // it: "-i 3 -a 127.0.0.1 -p PORT", then more.
+  ProcessResult RunTcp(const std::vector<std::string>& simArgs,
+                       const std::vector<std::string>& more = {}) {
+    std::vector<std::string> args = {"-i", "3", "-a", "127.0.0.1", "-p", StartTcp(simArgs)};
+    args.insert(args.end(), more.begin(), more.end());
+    return RunLoader(args);
+  }
   // Starts it the same way and leaves it running (POSIX only).
   bool StartLoader(ChildProcess& loader, const std::vector<std::string>& args);
   // Waits until the simulator has logged at least count commands.
@@ -89,6 +98,52 @@ inline const std::string kUartTimingTable =
     "Task                      %Time        Time(Sec)\n"
     "Switch Baudrate: # #\nWindows COM Write: # #\nWindows COM Read: # #\n" +
     kTcpTimingTable.substr(kTcpTimingTable.find('\n') + 1);
+
+// Pieces of the transcripts the suites share, named for what they show.
+inline const std::string kPicked =
+    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
+inline const std::string kVersionCmd = "CMD: Read Norix Version                  ";
+inline const std::string kVersionEvt = "EVT: CommandComplete <Norix Version>     ";
+inline const std::string kTcpVersion = kVersionCmd + "Send Packet Size = 17 \n[OK]\n" + kVersionEvt;
+inline const std::string kUartVersion = kVersionCmd + "[OK]\n" + kVersionEvt;
+inline const std::string kNoFirmware =
+    "ERROR: QRXFUL was unable to find viable firmware! Status=11\n\nPlease copy the Firmware file "
+    "in custom location C:\\Program Files\\Norix\\Bluetooth \n";
+inline const std::vector<std::string> kTlvBoot = {"--profile", "tlv-boot"};
+// Small images keep the transcripts short; each still has every fragment kind.
+constexpr fwimage::SignedImageSpec kSmallImage{.bodyBytes = 300, .seed = 5, .patchNumber = 0};
+// The frames a download of a kSmallImage sends over TCP: header, key and
+// signature in two parts each, then the body's two groups.
+inline const std::string kSmallImageFrames =
+    "Send Packet Size = 145 \nSend Packet Size = 269 \nSend Packet Size = 21 \n"
+    "Send Packet Size = 269 \nSend Packet Size = 21 \nSend Packet Size = 269 \n"
+    "Send Packet Size = 269 \n";
+
+// A container holding one signed image, keyed for the simulator run with sim.
+std::vector<uint8_t> Container(const std::vector<std::string>& sim,
+                               const std::vector<uint8_t>& image);
+// The same, installed as the bench's qrxfw.dat.
+inline void InstallContainer(E2eBench& bench, const std::vector<std::string>& sim,
+                             const std::vector<uint8_t>& image) {
+  bench.PutFirmware("qrxfw.dat", Container(sim, image));
+}
+
+// A loopback port bound and never listened on, so connecting is refused.
+class RefusingPort {
+ public:
+  RefusingPort();
+  ~RefusingPort();
+  RefusingPort(const RefusingPort&) = delete;
+  RefusingPort& operator=(const RefusingPort&) = delete;
+  std::string PortText() const { return std::to_string(port_); }
+
+ private:
+  int fd_ = -1;
+  uint16_t port_ = 0;
+};
+
+// Bytes as the simulator logs them: upper-case hex pairs, one blank between.
+std::string Hex(std::span<const uint8_t> bytes);
 
 // The Secure Send commands a download of this signed image sends, as the
 // simulator logs them, computed independently of the loader.

@@ -6,62 +6,20 @@
 #include <regex>
 
 #include "e2e/e2e_bench.h"
-#include "image/fw_image.h"
 #include "platform/byte_order.h"
 #include "platform/sha256.h"
-#include "support/terminal_run_posix.h"
 
 namespace qrx::test {
 namespace {
 
-using fwimage::BuildFwdat;
 using fwimage::BuildSfiImage;
 using fwimage::BuildTwoBlockImage;
-using fwimage::FwdatEntrySpec;
-using fwimage::MatchKey;
-using fwimage::SignedImageSpec;
 using Json = nlohmann::json;
 
-constexpr uint8_t kSignedKind = 1;
-const std::vector<std::string> kTlvBoot = {"--profile", "tlv-boot"};
-const SignedImageSpec kSmallImage{.bodyBytes = 300, .seed = 5, .patchNumber = 0};
-const SignedImageSpec kDecoyImage{.bodyBytes = 300, .seed = 9, .patchNumber = 0};
-
-const std::string kPicked =
-    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
-const std::string kTcpVersion =
-    "CMD: Read Norix Version                  Send Packet Size = 17 \n[OK]\n"
-    "EVT: CommandComplete <Norix Version>     [OK]\n";
-const std::string kSmallImageFrames =
-    "Send Packet Size = 145 \nSend Packet Size = 269 \nSend Packet Size = 21 \n"
-    "Send Packet Size = 269 \nSend Packet Size = 21 \nSend Packet Size = 269 \n"
-    "Send Packet Size = 269 \n";
-const std::string kNoFirmware =
-    "ERROR: QRXFUL was unable to find viable firmware! Status=11\n\nPlease copy the Firmware file "
-    "in custom location C:\\Program Files\\Norix\\Bluetooth \n";
-
-std::vector<uint8_t> Container(const std::vector<std::string>& sim,
-                               const std::vector<uint8_t>& image) {
-  std::vector<FwdatEntrySpec> entries(1);
-  entries[0].kindByte = kSignedKind;
-  entries[0].matchKey = MatchKey(FromHex(SimulatorKey(sim)));
-  entries[0].image = image;
-  return BuildFwdat(entries);
-}
+const fwimage::SignedImageSpec kDecoyImage{.bodyBytes = 300, .seed = 9, .patchNumber = 0};
 
 std::span<const uint8_t> Bytes(const std::string& text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
-
-std::string HexLine(std::span<const uint8_t> bytes) {
-  std::string text;
-  char pair[4];
-  for (uint8_t b : bytes) {
-    std::snprintf(pair, sizeof pair, "%02X ", b);
-    text += pair;
-  }
-  if (!text.empty()) text.pop_back();
-  return text;
 }
 
 // A btsnoop reader of its own: the header, then records that end exactly
@@ -124,7 +82,7 @@ std::vector<SnoopRecord> ExpectCaptureMatches(const std::vector<SnoopRecord>& re
       received.push_back(record);
     } else {
       EXPECT_EQ(record.packet[0], 0x01) << "sent packets are commands";
-      sent.push_back(HexLine(std::span(record.packet).subspan(1)));
+      sent.push_back(Hex(std::span(record.packet).subspan(1)));
     }
   }
   EXPECT_EQ(sent, commandLog);
@@ -230,13 +188,12 @@ TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
     // A container in the searched folder that the named file must win over.
     bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, BuildTwoBlockImage(kDecoyImage, true)));
     const std::string path = bench.Drive().WriteFile("elsewhere/" + c.name, c.bytes);
-    const std::string port = bench.StartTcp(kTlvBoot);
-    std::vector<std::string> args = {"-i", "3", "-a", "127.0.0.1", "-p", port, "--firmware", path};
+    std::vector<std::string> args = {"--firmware", path};
     args.insert(args.end(), c.extra.begin(), c.extra.end());
-    const ProcessResult run = bench.RunLoader(args);
+    const ProcessResult run = bench.RunTcp(kTlvBoot, args);
     EXPECT_EQ(run.exitStatus, 0);
     EXPECT_EQ(MaskTimes(run.err),
-              (c.extra.empty() ? kPicked : "") + kTcpVersion +
+              (c.extra.empty() ? kPicked : "") + kTcpVersion + "[OK]\n" +
                   "Initialization complete.\nDownloading " + c.downloading + " file...\n" +
                   kSmallImageFrames +
                   "CMD: Norix HCI Reset                     Send Packet Size = 24 \n[OK]\n"
@@ -258,16 +215,13 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   const auto image = BuildTwoBlockImage(kSmallImage, true);
   const auto container = Container(kTlvBoot, image);
   bench.PutFirmware("qrxfw.dat", container);
-  std::vector<std::string> sim = kTlvBoot;
-  sim.insert(sim.end(), {"--fault", "failed-completion"});
-  const std::string port = bench.StartTcp(sim);
   const std::string snoop = bench.Drive().Join("run.snoop");
-  const std::string report = bench.Drive().Join("run.json");
-  const ProcessResult run = bench.RunLoader(
-      {"-i", "3", "-a", "127.0.0.1", "-p", port, "--btsnoop", snoop, "--report", report});
+  const ProcessResult run =
+      bench.RunTcp({"--profile", "tlv-boot", "--fault", "failed-completion"},
+                   {"--btsnoop", snoop, "--report", bench.Drive().Join("run.json")});
 
   EXPECT_EQ(run.exitStatus, 255);
-  EXPECT_EQ(run.err, kPicked + kTcpVersion +
+  EXPECT_EQ(run.err, kPicked + kTcpVersion + "[OK]\n" +
                          "Initialization complete.\nDownloading FWDAT file...\n" +
                          kSmallImageFrames + "HCI event failed! status: 0x10\n" +
                          "Download incomplete!\nERROR: QRXFUL received an invalid event from the "
@@ -278,7 +232,7 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   const auto commands = bench.CommandLog();
   const auto received = ExpectCaptureMatches(records, commands);
   ASSERT_GE(received.size(), 3u);
-  EXPECT_EQ(HexLine(received.back().packet), "04 FF 02 06 10") << "the failing completion";
+  EXPECT_EQ(Hex(received.back().packet), "04 FF 02 06 10") << "the failing completion";
   ExpectBtmonReads(snoop, commands.size());
 
   const Json json = Json::parse(bench.Drive().Read("run.json"));
@@ -327,9 +281,7 @@ TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
     const ProcessResult run = bench.RunLoader(
         {"-i", "2", "-p", pty, "--firmware", path, "--btsnoop", snoop, "--report", report});
 
-    const std::string version =
-        "CMD: Read Norix Version                  [OK]\nEVT: CommandComplete <Norix Version>     "
-        "[OK]\n";
+    const std::string version = kUartVersion + "[OK]\n";
     const Json json = Json::parse(bench.Drive().Read("uart.json"));
     if (readable) {
       EXPECT_EQ(run.exitStatus, 0);
@@ -429,7 +381,7 @@ TEST(LinuxFeatures, ProgressLineOnlyOnATerminal) {
         continue;
       }
       if (c.option.starts_with("--")) argv.push_back(c.option);
-      run = c.terminal ? RunWithTerminalStderr(argv, env) : RunProcess(argv, env);
+      run = RunProcess(argv, env, 60000, c.terminal ? ErrTo::kTerminal : ErrTo::kPipe);
     }
     EXPECT_EQ(run.exitStatus, 0);
     std::string clean;

@@ -3,61 +3,24 @@
 #include <cstdlib>
 
 #include "e2e/e2e_bench.h"
-#include "image/fw_image.h"
-#include "support/loopback_peer.h"
 
 namespace qrx::test {
 namespace {
 
-using fwimage::BuildFwdat;
 using fwimage::BuildSfiImage;
 using fwimage::BuildTwoBlockImage;
-using fwimage::FwdatEntrySpec;
-using fwimage::MatchKey;
 using fwimage::SignedImageSpec;
 
-constexpr uint8_t kSignedKind = 1;
 constexpr const char* kFinishedTcp = "Finished sending. Closing socket.\n";
 const std::string kReadVersionLog = "05 FC 01 FF";
-
-// Pieces of the transcripts below, named for what they show.
-const std::string kPicked =
-    "Firmware file will be picked from custom location:'C:\\Program Files\\Norix\\Bluetooth' \n";
-const std::string kVersionCmd = "CMD: Read Norix Version                  ";
-const std::string kVersionEvt = "EVT: CommandComplete <Norix Version>     ";
 const std::string kBootCmd = "CMD: Read Secure Boot Params             ";
 const std::string kBootEvt = "EVT: CommandComplete <Sec Boot Params>   ";
-const std::string kTcpVersion = kVersionCmd + "Send Packet Size = 17 \n[OK]\n" + kVersionEvt;
 const std::string kTcpBoot = kBootCmd + "Send Packet Size = 16 \n[OK]\n" + kBootEvt;
-const std::string kUartVersion = kVersionCmd + "[OK]\n" + kVersionEvt;
 const std::string kUartBoot = kBootCmd + "[OK]\n" + kBootEvt;
 const std::string kResent = "[FAIL] Received Unexpected Event\n";
-const std::string kNoFirmware =
-    "ERROR: QRXFUL was unable to find viable firmware! Status=11\n\nPlease copy the Firmware file "
-    "in custom location C:\\Program Files\\Norix\\Bluetooth \n";
 const std::string kUnresponsive =
     "[FAIL] Read event failed\nThe firmware download cannot proceed because the controller has "
     "become unresponsive. Please try power-cycling the controller and/or reissuing the command.\n";
-
-// The frames a download of a kSmallImage sends over TCP: header, key and
-// signature in two parts each, then the body's two groups.
-const std::string kSmallImageFrames =
-    "Send Packet Size = 145 \nSend Packet Size = 269 \nSend Packet Size = 21 \n"
-    "Send Packet Size = 269 \nSend Packet Size = 21 \nSend Packet Size = 269 \n"
-    "Send Packet Size = 269 \n";
-
-// Small images keep the transcripts short; each still has every fragment kind.
-const SignedImageSpec kSmallImage{.bodyBytes = 300, .seed = 5, .patchNumber = 0};
-
-// A container holding one signed image, keyed for the simulated controller.
-void InstallContainer(E2eBench& bench, const std::vector<std::string>& sim,
-                      const std::vector<uint8_t>& image) {
-  std::vector<FwdatEntrySpec> entries(1);
-  entries[0].kindByte = kSignedKind;
-  entries[0].matchKey = MatchKey(FromHex(SimulatorKey(sim)));
-  entries[0].image = image;
-  bench.PutFirmware("qrxfw.dat", BuildFwdat(entries));
-}
 
 // Set QRX_E2E_PRINT=1 to see what a run printed when a transcript changes on purpose.
 void ExpectRun(const ProcessResult& run, int exitStatus, const std::string& out,
@@ -71,8 +34,12 @@ void ExpectRun(const ProcessResult& run, int exitStatus, const std::string& out,
   EXPECT_EQ(MaskTimes(run.err), err);
 }
 
-// Command logs are long hex lines: report where they part, not the whole of both.
-void ExpectLog(const std::vector<std::string>& actual, const std::vector<std::string>& expected) {
+// The log as head, the image's Secure Sends, then tail. Command logs are long
+// hex lines: report where they part, not the whole of both.
+void ExpectLog(const std::vector<std::string>& actual, std::vector<std::string> expected,
+               const std::vector<std::string>& sends, const std::vector<std::string>& tail = {}) {
+  expected.insert(expected.end(), sends.begin(), sends.end());
+  expected.insert(expected.end(), tail.begin(), tail.end());
   EXPECT_EQ(actual.size(), expected.size()) << "commands logged";
   for (size_t i = 0; i < std::min(actual.size(), expected.size()); ++i) {
     if (actual[i] != expected[i]) {
@@ -82,26 +49,19 @@ void ExpectLog(const std::vector<std::string>& actual, const std::vector<std::st
   }
 }
 
-std::vector<std::string> Concat(std::vector<std::string> a, const std::vector<std::string>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
-}
-
 TEST(LoaderEndToEnd, TlvBootloaderTakesItsImageFromTheContainerOverTcp) {
   E2eBench bench;
   const auto image = BuildTwoBlockImage(kSmallImage, true);
   InstallContainer(bench, {"--profile", "tlv-boot"}, image);
-  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
-
-  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port}), 0,
+  ExpectRun(bench.RunTcp({"--profile", "tlv-boot"}), 0,
             kFinishedTcp, kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Downloading FWDAT file...
 )T" + kSmallImageFrames + R"T(CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
 Download complete.
 )T" + kTcpTimingTable);
-  ExpectLog(bench.CommandLog(), Concat(Concat({kReadVersionLog}, ExpectedSecureSends(image, true)),
-                                       {"01 FC 08 00 00 00 01 00 80 00 00"}));
+  ExpectLog(bench.CommandLog(), {kReadVersionLog}, ExpectedSecureSends(image, true),
+            {"01 FC 08 00 00 00 01 00 80 00 00"});
 }
 
 TEST(LoaderEndToEnd, LegacyBootloaderWithSecureBootOffTakesItsNamedSfiImage) {
@@ -110,9 +70,7 @@ TEST(LoaderEndToEnd, LegacyBootloaderWithSecureBootOffTakesItsNamedSfiImage) {
   const auto image = BuildSfiImage(kSmallImage);
   // Named after answer bytes 0..7, then 00.sfi.
   bench.PutFirmware(SimulatorKey(sim).substr(0, 16) + "00.sfi", image);
-  const std::string port = bench.StartTcp(sim);
-
-  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-fw", "x.sfi"}), 0,
+  ExpectRun(bench.RunTcp(sim, {"-fw", "x.sfi"}), 0,
             kFinishedTcp, kTcpVersion + "[OK]\n" + kTcpBoot + R"T([OK]
 SecureBoot Disabled. Update Boot Address [OK]
 Reset[8] = 00 Reset[9] = 08 Reset[10] = 04 Reset[11] = 00 
@@ -122,19 +80,16 @@ Downloading SFI file...
 [OK]
 Download complete.
 )T" + kTcpTimingTable);
-  ExpectLog(bench.CommandLog(),
-            Concat(Concat({kReadVersionLog, "0D FC 00"}, ExpectedSecureSends(image, false)),
-                   {"01 FC 08 00 00 00 01 00 08 04 00"}));
+  ExpectLog(bench.CommandLog(), {kReadVersionLog, "0D FC 00"}, ExpectedSecureSends(image, false),
+            {"01 FC 08 00 00 00 01 00 08 04 00"});
 }
 
 TEST(LoaderEndToEnd, OperationalControllerIsResetToItsBootloaderFirst) {
   E2eBench bench;
   const auto image = BuildTwoBlockImage(kSmallImage, false);
   InstallContainer(bench, {"--profile", "tlv-op"}, image);
-  const std::string port = bench.StartTcp({"--profile", "tlv-op"});
-
   ExpectRun(
-      bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-f", "1"}), 0, kFinishedTcp,
+      bench.RunTcp({"--profile", "tlv-op"}, {"-f", "1"}), 0, kFinishedTcp,
       kPicked + kTcpVersion + "[OK]\n" +
           R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
 CMD: Norix HCI Reset                     Send Packet Size = 24 
@@ -148,18 +103,16 @@ Downloading FWDAT file...
           R"T(Download complete.
 )T" + kTcpTimingTable);
   ExpectLog(bench.CommandLog(),
-            Concat({kReadVersionLog, "01 FC 08 01 00 00 00 00 00 00 00", kReadVersionLog},
-                   ExpectedSecureSends(image, false)));
+            {kReadVersionLog, "01 FC 08 01 00 00 00 00 00 00 00", kReadVersionLog},
+            ExpectedSecureSends(image, false));
 }
 
 TEST(LoaderEndToEnd, NoccDownloadsWithoutPerFragmentAnswers) {
   E2eBench bench;
   const auto image = BuildTwoBlockImage(kSmallImage, true);
   InstallContainer(bench, {"--profile", "tlv-boot"}, image);
-  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
-
-  ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-NoCc", "-v"}), 0,
-            kFinishedTcp, kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
+  ExpectRun(bench.RunTcp({"--profile", "tlv-boot"}, {"-NoCc", "-v"}), 0, kFinishedTcp,
+            kPicked + kTcpVersion + "[OK]\n" + R"T(Initialization complete.
 Send Packet Size = 20 
 Downloading FWDAT file...
 SFI fragment #0 downloading 
@@ -181,9 +134,8 @@ CMD: Norix HCI Reset                     Send Packet Size = 24
 [OK]
 Download complete.
 )T" + kTcpTimingTable);
-  ExpectLog(bench.CommandLog(), Concat(Concat({kReadVersionLog, "8B FC 04 03 86 01 01"},
-                                              ExpectedSecureSends(image, true)),
-                                       {"01 FC 08 00 00 00 01 00 80 00 00"}));
+  ExpectLog(bench.CommandLog(), {kReadVersionLog, "8B FC 04 03 86 01 01"},
+            ExpectedSecureSends(image, true), {"01 FC 08 00 00 00 01 00 80 00 00"});
 }
 
 TEST(LoaderEndToEnd, BdDataGoesDownTheBseqPathInManufacturerMode) {
@@ -243,9 +195,7 @@ Download complete.
     bench.PutFirmware("370a102301200f1400.bseq", bseq);
     std::vector<std::string> args = sim;
     args.insert(args.end(), c.faults.begin(), c.faults.end());
-    const std::string port = bench.StartTcp(args);
-    ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-bd", "-v"}),
-              c.exitStatus, kFinishedTcp, start + c.rest);
+    ExpectRun(bench.RunTcp(args, {"-bd", "-v"}), c.exitStatus, kFinishedTcp, start + c.rest);
   }
 }
 
@@ -265,9 +215,7 @@ TEST(LoaderEndToEnd, LegacyPatchLevelDecidesWithoutADownload) {
     SignedImageSpec patched = kSmallImage;
     patched.patchNumber = 5;
     bench.PutFirmware(SimulatorKey(sim).substr(0, 16) + "00.sfi", BuildSfiImage(patched));
-    const std::string port = bench.StartTcp(sim);
-    ExpectRun(bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "-b", "0x24800"}),
-              c.exitStatus, kFinishedTcp,
+    ExpectRun(bench.RunTcp(sim, {"-b", "0x24800"}), c.exitStatus, kFinishedTcp,
               "Reset[8] = 0 Reset[9] = 72 Reset[10] = 2 Reset[11] = 0 \n" + kPicked + kTcpVersion +
                   "[OK]\n" + c.tail);
   }
@@ -278,25 +226,38 @@ TEST(LoaderEndToEnd, AMebibyteImageDownloadsOverTcp) {
   E2eBench bench;
   const auto image = BuildTwoBlockImage({.bodyBytes = 1u << 20, .seed = 9, .patchNumber = 0}, true);
   InstallContainer(bench, {"--profile", "tlv-boot"}, image);
-  const std::string port = bench.StartTcp({"--profile", "tlv-boot"});
-
-  const ProcessResult run = bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port});
+  const ProcessResult run = bench.RunTcp({"--profile", "tlv-boot"});
   EXPECT_EQ(run.exitStatus, 0);
   const std::string tail = "[OK]\nDownload complete.\n" + kTcpTimingTable;
   const std::string err = MaskTimes(run.err);
   EXPECT_EQ(err.substr(err.size() - std::min(err.size(), tail.size())), tail);
   const auto sends = ExpectedSecureSends(image, true);
   EXPECT_GT(sends.size(), 4000u);
-  ExpectLog(bench.CommandLog(),
-            Concat(Concat({kReadVersionLog}, sends), {"01 FC 08 00 00 00 01 00 80 00 00"}));
+  ExpectLog(bench.CommandLog(), {kReadVersionLog}, sends, {"01 FC 08 00 00 00 01 00 80 00 00"});
 }
 
-struct FailureCase {
+// A run against a simulator of the profile with the case's arguments added;
+// a case named "uart: ..." runs over the pseudo-terminal, the rest over TCP.
+struct FaultCase {
   const char* name;
   std::vector<std::string> sim;
   std::string err;
-  bool overTcp = true;
 };
+
+void ExpectFailures(const char* profile, bool withFirmware, const std::vector<FaultCase>& cases) {
+  for (const FaultCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    E2eBench bench;
+    std::vector<std::string> sim = {"--profile", profile};
+    sim.insert(sim.end(), c.sim.begin(), c.sim.end());
+    if (withFirmware && std::string(c.name) != "no firmware anywhere") {
+      InstallContainer(bench, sim, BuildTwoBlockImage(kSmallImage, true));
+    }
+    const bool overTcp = !std::string(c.name).starts_with("uart:");
+    ExpectRun(overTcp ? bench.RunTcp(sim) : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)}),
+              255, overTcp ? kFinishedTcp : "", c.err);
+  }
+}
 
 // Each library status a run can reach, with the controller misbehaving or the firmware unfit.
 TEST(LoaderEndToEnd, EachFailureEndsWithItsMessage) {
@@ -310,60 +271,48 @@ TEST(LoaderEndToEnd, EachFailureEndsWithItsMessage) {
       "Download incomplete!\nERROR: QRXFUL received an invalid event from the controller. Either "
       "an invalid firmware file was suppplied or communication was lost with the controller! "
       "Status=12\n";
-  const std::vector<FailureCase> cases = {
-      {"wrong opcode answers the third fragment",
-       {"--fault", "wrong-opcode@4"},
-       tcpThird + "Unexpected HCI Event! OCF=0x0a" + incomplete},
-      {"wrong event code answers the third fragment",
-       {"--fault", "wrong-event@4"},
-       tcpThird + "Unexpected Event Received! Event Code: 0x04\n" + incomplete},
-      {"the third fragment fails",
-       {"--fault", "failed-status@4"},
-       tcpThird + "HCI Command Complete event failed! status: 0x1f\n" + incomplete},
-      {"an event without parameters",
-       {"--fault", "short-event@4"},
-       tcpThird + "Invalid event received! Len: 3\n" + incomplete},
-      {"connection closed during the download",
-       {"--fault", "close@4"},
-       tcpThird + "ERROR: memcpy_s failed! Error=22\nQRXBPLRecvCommand failed!\n" + incomplete},
-      {"the controller rejects the image",
-       {"--fault", "failed-completion"},
-       tcpStart + kSmallImageFrames + "HCI event failed! status: 0x10\n" + incomplete},
-      {"uart: wrong event code answers a fragment",
-       {"--fault", "wrong-event@4"},
-       uartStart + "Unexpected Event Received! Event Code: 0x04\n" + incomplete,
-       false},
-      {"unknown signature scheme",
-       {"--set", "sig-scheme=2"},
-       tcpStart + "Download incomplete!\nERROR: QRXFUL was supplied with an invalid parameter! "
-                  "Status=2\n"},
-      {"bootloader answer that is not a bootloader's",
-       {"--set", "boot-image-type=0"},
-       kPicked + kTcpVersion + "[OK]\n" +
-           R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
+  ExpectFailures(
+      "tlv-boot", true,
+      {
+          {"wrong opcode answers the third fragment",
+           {"--fault", "wrong-opcode@4"},
+           tcpThird + "Unexpected HCI Event! OCF=0x0a" + incomplete},
+          {"wrong event code answers the third fragment",
+           {"--fault", "wrong-event@4"},
+           tcpThird + "Unexpected Event Received! Event Code: 0x04\n" + incomplete},
+          {"the third fragment fails",
+           {"--fault", "failed-status@4"},
+           tcpThird + "HCI Command Complete event failed! status: 0x1f\n" + incomplete},
+          {"an event without parameters",
+           {"--fault", "short-event@4"},
+           tcpThird + "Invalid event received! Len: 3\n" + incomplete},
+          {"connection closed during the download",
+           {"--fault", "close@4"},
+           tcpThird + "ERROR: memcpy_s failed! Error=22\nQRXBPLRecvCommand failed!\n" + incomplete},
+          {"the controller rejects the image",
+           {"--fault", "failed-completion"},
+           tcpStart + kSmallImageFrames + "HCI event failed! status: 0x10\n" + incomplete},
+          {"uart: wrong event code answers a fragment",
+           {"--fault", "wrong-event@4"},
+           uartStart + "Unexpected Event Received! Event Code: 0x04\n" + incomplete},
+          {"unknown signature scheme",
+           {"--set", "sig-scheme=2"},
+           tcpStart + "Download incomplete!\nERROR: QRXFUL was supplied with an invalid parameter! "
+                      "Status=2\n"},
+          {"bootloader answer that is not a bootloader's",
+           {"--set", "boot-image-type=0"},
+           kPicked + kTcpVersion + "[OK]\n" +
+               R"T(The controller is already in operational mode. Attempting to reset controller to bootloader mode now.
 CMD: Norix HCI Reset                     Send Packet Size = 24 
 [OK]
 )T" + kTcpVersion +
-           "[OK]\n" + incomplete.substr(incomplete.find('\n') + 1)},
-      {"no firmware anywhere", {}, kPicked + kTcpVersion + "[OK]\n" + kNoFirmware},
-  };
-  for (const FailureCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    E2eBench bench;
-    std::vector<std::string> sim = {"--profile", "tlv-boot"};
-    sim.insert(sim.end(), c.sim.begin(), c.sim.end());
-    if (std::string(c.name) != "no firmware anywhere") {
-      InstallContainer(bench, sim, BuildTwoBlockImage(kSmallImage, true));
-    }
-    const ProcessResult run =
-        c.overTcp ? bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", bench.StartTcp(sim)})
-                  : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)});
-    ExpectRun(run, 255, c.overTcp ? kFinishedTcp : "", c.err);
-  }
+               "[OK]\n" + incomplete.substr(incomplete.find('\n') + 1)},
+          {"no firmware anywhere", {}, kPicked + kTcpVersion + "[OK]\n" + kNoFirmware},
+      });
 }
 
 TEST(LoaderEndToEnd, UnreachableServer) {
-  LoopbackPeer closed(0, LoopbackPeer::Mode::kBoundOnly);
+  const RefusingPort closed;
   E2eBench bench;
   // The close after the failed connect finds no socket: EBADF (9) here; on
   // Windows the socket library, already cleaned up, answers 10093 first
@@ -442,77 +391,51 @@ The firmware download cannot proceed because the controller has become unrespons
 )T");
 }
 
-struct LinkCase {
-  const char* name;
-  bool overTcp;
-  std::vector<std::string> simArgs;
-  std::string err;
-};
-
 // The vendor exchanges and both links against a misbehaving controller. No
 // firmware is installed, so a run that gets through ends at the search.
 TEST(LoaderEndToEnd, VendorExchangesOverBothLinksWithFaults) {
-  const std::vector<LinkCase> cases = {
-      {"tcp: vendor event and a stray answer before the version",
-       true,
-       {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
-       kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" + kNoFirmware},
-      {"tcp: late reset answer before the version",
-       true,
-       {"--fault", "pending-reset@1"},
-       kPicked + kTcpVersion + kResent + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" +
-           kNoFirmware},
-      {"tcp: secure boot query fails",
-       true,
-       {"--fault", "failed-status@1/fc0d"},
-       kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[FAIL] Invalid event\n" + kNoFirmware},
-      {"tcp: prefix-only message",
-       true,
-       {"--fault", "prefix-only@1"},
-       kPicked + kTcpVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
-      {"tcp: connection closed",
-       true,
-       {"--fault", "close@1"},
-       kPicked + kTcpVersion + "ERROR: memcpy_s failed! Error=22\n" + kUnresponsive},
-      {"uart: vendor event and a stray answer before the version",
-       false,
-       {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
-       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
-      {"uart: late reset answer before the version",
-       false,
-       {"--fault", "pending-reset@1"},
-       kPicked + kUartVersion + kResent + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" +
-           kNoFirmware},
-      {"uart: secure boot query fails",
-       false,
-       {"--fault", "failed-status@1/fc0d"},
-       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[FAIL] Invalid event\n" + kNoFirmware},
-      {"uart: secure boot off",
-       false,
-       {"--secure-boot", "off"},
-       kPicked + kUartVersion + "[OK]\n" + kUartBoot +
-           "[OK]\nSecureBoot Disabled. Update Boot Address [OK]\nReset[8] = 00 Reset[9] = 08 "
-           "Reset[10] = 04 Reset[11] = 00 \n" +
-           kNoFirmware},
-      {"uart: event split over writes",
-       false,
-       {"--fault", "split@1"},
-       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
-      {"uart: noise byte on the line",
-       false,
-       {"--fault", "noise@1"},
-       kPicked + kUartVersion + kUnresponsive},
-  };
-  for (const LinkCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    E2eBench bench;
-    std::vector<std::string> sim = {"--profile", "legacy-boot"};
-    sim.insert(sim.end(), c.simArgs.begin(), c.simArgs.end());
-    const ProcessResult run =
-        c.overTcp ? bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", bench.StartTcp(sim)})
-                  : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)});
-    ExpectRun(run, 255, c.overTcp ? kFinishedTcp : "", c.err);
-  }
+  ExpectFailures(
+      "legacy-boot", false,
+      {
+          {"tcp: vendor event and a stray answer before the version",
+           {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
+           kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" + kNoFirmware},
+          {"tcp: late reset answer before the version",
+           {"--fault", "pending-reset@1"},
+           kPicked + kTcpVersion + kResent + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" +
+               kNoFirmware},
+          {"tcp: secure boot query fails",
+           {"--fault", "failed-status@1/fc0d"},
+           kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[FAIL] Invalid event\n" + kNoFirmware},
+          {"tcp: prefix-only message",
+           {"--fault", "prefix-only@1"},
+           kPicked + kTcpVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
+          {"tcp: connection closed",
+           {"--fault", "close@1"},
+           kPicked + kTcpVersion + "ERROR: memcpy_s failed! Error=22\n" + kUnresponsive},
+          {"uart: vendor event and a stray answer before the version",
+           {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
+           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
+          {"uart: late reset answer before the version",
+           {"--fault", "pending-reset@1"},
+           kPicked + kUartVersion + kResent + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" +
+               kNoFirmware},
+          {"uart: secure boot query fails",
+           {"--fault", "failed-status@1/fc0d"},
+           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[FAIL] Invalid event\n" + kNoFirmware},
+          {"uart: secure boot off",
+           {"--secure-boot", "off"},
+           kPicked + kUartVersion + "[OK]\n" + kUartBoot +
+               "[OK]\nSecureBoot Disabled. Update Boot Address [OK]\nReset[8] = 00 Reset[9] = 08 "
+               "Reset[10] = 04 Reset[11] = 00 \n" +
+               kNoFirmware},
+          {"uart: event split over writes",
+           {"--fault", "split@1"},
+           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
+          {"uart: noise byte on the line",
+           {"--fault", "noise@1"},
+           kPicked + kUartVersion + kUnresponsive},
+      });
 }
 
 }  // namespace

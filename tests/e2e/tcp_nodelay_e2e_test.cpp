@@ -7,12 +7,10 @@
 #include <chrono>
 
 #include "e2e/e2e_bench.h"
-#include "image/fw_image.h"
 
 namespace qrx::test {
 namespace {
 
-constexpr uint8_t kSignedKind = 1;
 // About 400 fragments: the stall takes them past 16 s, the fix well under 2 s.
 // The bound leaves room for a loaded machine and a sanitizer build.
 constexpr fwimage::SignedImageSpec kImage{.bodyBytes = 64 * 1024, .seed = 7, .patchNumber = 0};
@@ -21,13 +19,8 @@ constexpr size_t kFrameOverhead = 13;  // frame header and the H4 byte
 
 TEST(TcpNoDelayEndToEnd, DownloadAgainstADelayedAckServerIsNotStalled) {
   E2eBench bench;
-  const std::vector<std::string> sim = {"--profile", "tlv-boot"};
   const auto image = fwimage::BuildTwoBlockImage(kImage, false);
-  std::vector<fwimage::FwdatEntrySpec> entries(1);
-  entries[0].kindByte = kSignedKind;
-  entries[0].matchKey = fwimage::MatchKey(FromHex(SimulatorKey(sim)));
-  entries[0].image = image;
-  bench.PutFirmware("qrxfw.dat", fwimage::BuildFwdat(entries));
+  InstallContainer(bench, kTlvBoot, image);
   const std::string port = bench.StartTcp({"--profile", "tlv-boot", "--delayed-ack"});
 
   const auto start = std::chrono::steady_clock::now();
@@ -46,11 +39,7 @@ TEST(TcpNoDelayEndToEnd, DownloadAgainstADelayedAckServerIsNotStalled) {
   EXPECT_EQ(run.exitStatus, 0);
   EXPECT_EQ(run.out, "Finished sending. Closing socket.\n");
   EXPECT_EQ(MaskTimes(run.err),
-            "Firmware file will be picked from custom location:'C:\\Program "
-            "Files\\Norix\\Bluetooth' \n"
-            "CMD: Read Norix Version                  Send Packet Size = 17 \n[OK]\n"
-            "EVT: CommandComplete <Norix Version>     [OK]\n"
-            "Initialization complete.\nDownloading FWDAT file...\n" +
+            kPicked + kTcpVersion + "[OK]\nInitialization complete.\nDownloading FWDAT file...\n" +
                 frames +
                 "CMD: Norix HCI Reset                     Send Packet Size = 24 \n[OK]\n"
                 "Download complete.\n" +

@@ -2,16 +2,31 @@
 
 #include <gtest/gtest.h>
 
-#include "download_script.h"
 #include "image/fw_image.h"
 #include "platform/byte_order.h"
+#include "support/secure_sends.h"
 
 namespace qrx::sim {
 namespace {
 
-using test::Bytes;
-using test::Command;
+using Bytes = std::vector<uint8_t>;
 using Script = std::vector<Bytes>;
+
+// Opcode, parameter length, parameters.
+Bytes Command(uint16_t opcode, std::initializer_list<uint8_t> params) {
+  Bytes command(params);
+  command.insert(command.begin(), {static_cast<uint8_t>(opcode), static_cast<uint8_t>(opcode >> 8),
+                                   static_cast<uint8_t>(params.size())});
+  return command;
+}
+
+// A TLV bootloader that commits one fault; a rule that does not parse throws.
+Controller WithFault(const char* rule) {
+  std::string error;
+  FaultPlan plan;
+  plan.Add(ParseFaultSpec(rule, &error).value());
+  return Controller(ConfigForProfile(Profile::kTlvBoot), plan);
+}
 
 struct Sent {
   Bytes bytes;
@@ -33,8 +48,9 @@ Sent Complete(uint8_t ocf) {
 }
 
 constexpr fwimage::SignedImageSpec kRecipe{.bodyBytes = 1200, .seed = 1, .patchNumber = 7};
-const Script kSfi = test::SecureSendCommands(fwimage::BuildSfiImage(kRecipe), 0);
-const Script kTwoBlocks = test::SecureSendCommands(fwimage::BuildTwoBlockImage(kRecipe, true), 1);
+const Script kSfi = test::SecureSendCommands(fwimage::BuildSfiImage(kRecipe), 0, false);
+const Script kTwoBlocks =
+    test::SecureSendCommands(fwimage::BuildTwoBlockImage(kRecipe, true), 1, true);
 const Bytes kReadVersion = Command(0xFC05, {0xFF});
 const Bytes kBootAddressReset = Command(0xFC01, {0, 0, 0, 1, 0x00, 0x80, 0x00, 0x00});
 
@@ -106,7 +122,7 @@ TEST(Faults, EachKindChangesTheAnswerOnce) {
   };
   for (const auto& [fault, expected] : cases) {
     SCOPED_TRACE(fault);
-    Controller controller = test::WithFault(fault);
+    Controller controller = WithFault(fault);
     EXPECT_EQ(Exchange(controller, command), expected);
     EXPECT_EQ(Exchange(controller, command), std::vector<Sent>{complete});
   }
@@ -144,7 +160,7 @@ TEST(SecureSend, LayoutsAndTheirViolations) {
     SCOPED_TRACE(c.name);
     Bytes image = fwimage::BuildSfiImage(kRecipe);
     if (c.image) c.image(image);
-    Script script = test::SecureSendCommands(image, 0);
+    Script script = test::SecureSendCommands(image, 0, false);
     if (c.script) c.script(script);
     ControllerConfig config = ConfigForProfile(Profile::kTlvBoot);
     config.signatureScheme = c.scheme;

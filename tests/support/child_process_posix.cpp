@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -45,14 +46,25 @@ ChildProcess::~ChildProcess() {
 }
 
 // Standard input is /dev/null.
-bool ChildProcess::Spawn(std::vector<std::string> argv, const Environment& env, bool collectErr) {
+bool ChildProcess::Spawn(std::vector<std::string> argv, const Environment& env, ErrTo err) {
   // A name's first entry is the one read, so the extra variables go in front.
   std::vector<std::string> envTexts;
   for (const auto& [name, value] : env) envTexts.push_back(name + "=" + value);
   for (char** entry = environ; *entry != nullptr; ++entry) envTexts.push_back(*entry);
   int ends[2][2] = {{-1, -1}, {-1, -1}};
-  const bool piped =
-      pipe2(ends[0], O_CLOEXEC) == 0 && (!collectErr || pipe2(ends[1], O_CLOEXEC) == 0);
+  bool piped = pipe2(ends[0], O_CLOEXEC) == 0;
+  if (err == ErrTo::kPipe) piped = piped && pipe2(ends[1], O_CLOEXEC) == 0;
+  if (err == ErrTo::kTerminal) {
+    // Raw, so the bytes arrive as written; once the child is gone a read of
+    // the master fails (EIO), which ends the stream as a pipe's end would.
+    ends[1][0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    piped = piped && ends[1][0] >= 0 && grantpt(ends[1][0]) == 0 && unlockpt(ends[1][0]) == 0 &&
+            (ends[1][1] = open(ptsname(ends[1][0]), O_RDWR | O_NOCTTY | O_CLOEXEC)) >= 0;
+    termios raw{};
+    piped = piped && tcgetattr(ends[1][1], &raw) == 0;
+    cfmakeraw(&raw);
+    piped = piped && tcsetattr(ends[1][1], TCSANOW, &raw) == 0;
+  }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
@@ -143,9 +155,9 @@ void ChildProcess::Signal(int signalNumber) {
 }
 
 ProcessResult RunProcess(const std::vector<std::string>& argv, const Environment& env,
-                         int timeoutMs) {
+                         int timeoutMs, ErrTo err) {
   ChildProcess child;
-  if (!child.Spawn(argv, env, true)) return {};
+  if (!child.Spawn(argv, env, err)) return {};
   std::string out = child.ReadAll(timeoutMs);
   // Output still open at the deadline: a hang, which the destructor kills.
   const bool ended = child.pipes_[0] < 0 && child.pipes_[1] < 0;

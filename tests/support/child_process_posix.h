@@ -23,10 +23,15 @@ struct ProcessResult {
 
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
+// Where a child's standard error goes.
+enum class ErrTo { kTest, kPipe, kTerminal };
+
 // Runs a program to its end with extra environment variables, collecting
-// both streams. Killed after the time limit so a hang fails the test.
+// both streams. Killed after the time limit so a hang fails the test. With
+// kTerminal standard error is a raw pseudo-terminal, so `err` holds every
+// byte an operator's terminal would get.
 ProcessResult RunProcess(const std::vector<std::string>& argv, const Environment& env = {},
-                         int timeoutMs = 60000);
+                         int timeoutMs = 60000, ErrTo err = ErrTo::kPipe);
 
 class ChildProcess {
  public:
@@ -38,11 +43,11 @@ class ChildProcess {
   // Starts program with args; false when it could not be started.
   bool Start(const std::string& program, std::vector<std::string> args) {
     args.insert(args.begin(), program);
-    return Spawn(std::move(args), {}, false);
+    return Spawn(std::move(args), {}, ErrTo::kTest);
   }
   // Starts argv with extra environment variables, collecting standard error too.
   bool StartCollecting(std::vector<std::string> argv, const Environment& env) {
-    return Spawn(std::move(argv), env, true);
+    return Spawn(std::move(argv), env, ErrTo::kPipe);
   }
   // Standard error collected so far (by ReadAll).
   const std::string& CollectedErr() const { return texts_[1]; }
@@ -59,8 +64,8 @@ class ChildProcess {
   void Signal(int signalNumber);
 
  private:
-  friend ProcessResult RunProcess(const std::vector<std::string>&, const Environment&, int);
-  bool Spawn(std::vector<std::string> argv, const Environment& env, bool collectErr);
+  friend ProcessResult RunProcess(const std::vector<std::string>&, const Environment&, int, ErrTo);
+  bool Spawn(std::vector<std::string> argv, const Environment& env, ErrTo err);
   // Appends what came next on either stream; false at the deadline or when both ended.
   bool ReadMore(std::chrono::steady_clock::time_point deadline);
   int pid_ = -1;
