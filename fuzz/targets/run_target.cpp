@@ -11,6 +11,7 @@
 #include "app/long_options.h"
 #include "app/options.h"
 #include "app/run_driver.h"
+#include "event_reads.h"
 #include "fake_world.h"
 #include "platform/console.h"
 #include "platform/trace.h"
@@ -22,8 +23,7 @@ constexpr uint32_t kLineRestRate = 115200;
 }
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  setenv("QRXBPL_TRACE_FILE", "/dev/null", 1);
-  qrx::TraceProviderRegister();
+  qrx::fuzz::TraceIntoNothing();
   return 0;
 }
 

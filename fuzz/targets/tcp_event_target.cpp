@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "event_reads.h"
 #include "fake_world.h"
 #include "hci/hci_exchange.h"
 #include "platform/console.h"
@@ -17,13 +18,11 @@
 
 namespace {
 constexpr int32_t kTcpInterface = 3;
-constexpr int kMostReads = 512;
 constexpr char kHost[] = "127.0.0.1";
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  setenv("QRXBPL_TRACE_FILE", "/dev/null", 1);
-  qrx::TraceProviderRegister();
+  qrx::fuzz::TraceIntoNothing();
   return 0;
 }
 
@@ -37,16 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   qrx::g_runOptions.interface = kTcpInterface;
   qrx::SetServerAddress(kHost, sizeof kHost - 1);
   if (qrx::ConnectToServer(nullptr)) {
-    std::array<uint8_t, qrx::kEventBufferSize> event{};
-    for (int read = 0; read < kMostReads && !server.incoming.empty(); ++read) {
-      uint32_t length = 0;
-      if (read % 2 == 0) {
-        qrx::ReceiveEventDirect(event.data(), &length, qrx::kEventTimeoutMs);
-      } else {
-        qrx::QRXBPLRecvCommand(event.data(), static_cast<uint32_t>(event.size()), &length,
-                               qrx::kEventTimeoutMs);
-      }
-    }
+    qrx::fuzz::ReadEventsBothWays(server);
   }
   qrx::CloseServerConnection();
   return 0;

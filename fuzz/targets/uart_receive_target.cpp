@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "event_reads.h"
 #include "fake_world.h"
 #include "hci/btzel_transport.h"
 #include "hci/hci_exchange.h"
@@ -19,13 +20,10 @@
 namespace {
 constexpr int32_t kUartInterface = 2;
 constexpr int32_t kComPort = 1;
-constexpr int kMostReads = 512;
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  // Traced, so every received packet is also hex-dumped.
-  setenv("QRXBPL_TRACE_FILE", "/dev/null", 1);
-  qrx::TraceProviderRegister();
+  qrx::fuzz::TraceIntoNothing();
   return 0;
 }
 
@@ -40,17 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   qrx::BTZELTransport transport(kUartInterface);
   qrx::SetActiveTransport(&transport);
   if (transport.Open(kComPort) == 0) {
-    std::array<uint8_t, qrx::kEventBufferSize> event{};
-    for (int read = 0; read < kMostReads && !device.incoming.empty(); ++read) {
-      uint32_t length = 0;
-      // Both of the run's reads: the version read's and the exchange's.
-      if (read % 2 == 0) {
-        qrx::ReceiveEventDirect(event.data(), &length, qrx::kEventTimeoutMs);
-      } else {
-        qrx::QRXBPLRecvCommand(event.data(), static_cast<uint32_t>(event.size()), &length,
-                               qrx::kEventTimeoutMs);
-      }
-    }
+    qrx::fuzz::ReadEventsBothWays(device);
     transport.Close();
   }
   qrx::SetActiveTransport(nullptr);
