@@ -176,9 +176,9 @@ int main(int argc, char** argv) {
   Write("fwdat", "legacy-boot", Prefixed(0 | (1 << 2) | (9 << 3), legacyBoot));
   Write("fwdat", "tlv-op", Prefixed(3 | (0 << 2) | (12 << 3), tlvOp));
 
-  Write("inspect", "tlv-boot.dat", tlvBoot);
-  Write("inspect", "two-block.sfi", images.twoBlock);
-  Write("inspect", "bseq", images.bseq);
+  Write("firmware_report", "tlv-boot.dat", tlvBoot);
+  Write("firmware_report", "two-block.sfi", images.twoBlock);
+  Write("firmware_report", "bseq", images.bseq);
 
   const std::vector<Scenario> scenarios = {
       {"uart-tlv-boot", {"-i", "2", "-p", "COM1"}, Profile::kTlvBoot, false, false},

@@ -171,8 +171,8 @@ Controller::Packets Controller::AnswerSecureSend(std::span<const uint8_t> params
 }
 
 void Controller::ApplyFaults(const std::vector<FaultSpec>& faults, Packets& packets) {
-  for (const FaultSpec& spec : faults) {
-    const FaultKind fault = spec.kind;
+  for (const FaultSpec& planned : faults) {
+    const FaultKind fault = planned.kind;
     OutPacket* first = packets.empty() ? nullptr : &packets.front();
     const auto firstComplete = std::ranges::find_if(packets, IsCommandComplete);
     switch (fault) {
@@ -232,7 +232,7 @@ void Controller::ApplyFaults(const std::vector<FaultSpec>& faults, Packets& pack
         break;
       case FaultKind::kScriptedBytes:
         // Whatever the bytes claim to be, they go out as one packet would.
-        packets.insert(packets.begin(), {spec.bytes});
+        packets.insert(packets.begin(), {planned.bytes});
         break;
       case FaultKind::kFailedCompletion:
         break;

@@ -20,7 +20,7 @@ extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
   const char* folder = std::getenv("TMPDIR");
   if (folder == nullptr) folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
   g_path =
-      std::string(folder) + "/qrx-inspect-" + std::to_string(static_cast<long>(getpid())) + ".bin";
+      std::string(folder) + "/qrx-report-" + std::to_string(static_cast<long>(getpid())) + ".bin";
   return 0;
 }
 
