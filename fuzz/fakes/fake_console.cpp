@@ -17,4 +17,8 @@ bool ConsoleIsTerminal() {
   return false;
 }
 
+int ConsoleTerminalColumns() {
+  return 0;
+}
+
 }  // namespace qrx

@@ -35,7 +35,7 @@ std::string SerialDevicePathForNumber(int32_t portNumber) {
   return "COM" + std::to_string(portNumber);
 }
 
-std::string SerialDevicePathForName(const char* portName) {
+std::string SerialDevicePathForName(const char* portName, bool /*scansComNumber*/) {
   return portName != nullptr && portName[0] == '/' ? portName : "";
 }
 

@@ -1,5 +1,7 @@
+#include "app/firmware_check.h"
 #include "app/long_options.h"
 #include "app/options.h"
+#include "app/port_listing.h"
 #include "app/run_driver.h"
 #include "app/run_report.h"
 #include "platform/btsnoop.h"
@@ -26,6 +28,8 @@ bool StartCapture() {
 
 bool Run(int argc, char** argv) {
   if (!qrx::ParseCommandLine(argc, argv)) return false;
+  // A named file that cannot be right is refused before the link opens.
+  if (!qrx::CheckNamedFirmwareFile()) return false;
   const bool succeeded = qrx::RunDownload();
   qrx::RunReportRunEnded(succeeded);  // a finished download printed its timing table
   return succeeded;
@@ -39,11 +43,15 @@ int main(int argc, char** argv) {
   switch (qrx::ParseLongOptions(argc, argv)) {
     case qrx::LongOptionResult::kHelp:
       qrx::PrintUsageOnStdout();
+      qrx::PrintLongOptionsOnStdout();
       exitStatus = kExitSuccess;
       break;
     case qrx::LongOptionResult::kVersion:
       qrx::PrintBannerOnStdout();
       exitStatus = kExitSuccess;
+      break;
+    case qrx::LongOptionResult::kListPorts:
+      if (qrx::PrintSerialPortsOnStdout()) exitStatus = kExitSuccess;
       break;
     case qrx::LongOptionResult::kFailed:
       break;

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "app/number_text.h"
 #include "app/options.h"
@@ -72,11 +73,12 @@ bool WantsSecureBootParams(const std::array<uint8_t, kEventBufferSize>& event) {
   return probe >= 0x11;
 }
 
-// "COM3" gives 3; -1 when no number follows the first three characters.
-// Numbers beyond 32 bits saturate rather than overflow: no such port exists.
-int32_t ComPortNumber(const char* portName) {
-  if (std::strlen(portName) < kComPrefixLength) return -1;
-  return ScanDecimal(portName + kComPrefixLength).value_or(-1);
+// "COM3" gives 3, and so does "xyz3": the prefix is not checked, as designed.
+// Absent when no number follows the first three characters. Numbers beyond 32
+// bits saturate rather than overflow: no such port exists.
+std::optional<int32_t> ScannedComNumber(const char* portName) {
+  if (std::strlen(portName) < kComPrefixLength) return std::nullopt;
+  return ScanDecimal(portName + kComPrefixLength);
 }
 
 // The link of the run: the UART transport or the TCP client.
@@ -97,11 +99,12 @@ class RunLink {
       return true;
     }
     // A device path or a name under /dev is opened as it stands; COMn maps to a device by number.
-    SetSerialDevicePath(SerialDevicePathForName(options.portName).c_str());
+    const std::optional<int32_t> comNumber = ScannedComNumber(options.portName);
+    SetSerialDevicePath(SerialDevicePathForName(options.portName, comNumber.has_value()).c_str());
     transport_ = std::make_unique<BTZELTransport>(kInterfaceUart);
     SetActiveTransport(transport_.get());
     // Not checked: a port that did not open shows up as a failing first command.
-    (void)transport_->Open(ComPortNumber(options.portName));
+    (void)transport_->Open(comNumber.value_or(-1));
     return true;
   }
 

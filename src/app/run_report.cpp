@@ -21,6 +21,7 @@
 #include "run/download_progress.h"
 #include "run/run_options.h"
 #include "run/run_timers.h"
+#include "transport/port_failure.h"
 
 namespace qrx {
 
@@ -163,6 +164,8 @@ Json Render(std::optional<int> exitStatus) {
   report["steps"] = StepsFrom(g_record.transcript);
   report["libraryStatus"] = g_record.libraryStatuses;
   report["errors"] = ErrorsFrom(g_record.transcript);
+  // Why the serial port did not open, also when the terminal did not show it.
+  if (!RecordedPortFailure().empty()) report["portFailure"] = RecordedPortFailure();
   report["timing"] = exitStatus ? TimingJson() : Json::array();
   report["seconds"] =
       static_cast<double>(WallClockMicroseconds() - g_record.startMicroseconds) / 1e6;

@@ -14,6 +14,10 @@ namespace {
 constexpr const char* kEraseLine = "\r\x1b[K";
 
 bool g_statusLineShown = false;
+// The status line while it is up, drawn again after each whole line printed.
+std::string g_statusText;
+// Part of a line is on the screen: the status line waits for its end.
+bool g_lineOpen = false;
 std::string* g_transcript = nullptr;
 
 }  // namespace
@@ -57,54 +61,101 @@ ConsoleCapture::~ConsoleCapture() {
   ConsoleSinkAccess::active = nullptr;
 }
 
+namespace {
+
+void DrawStatusLine(bool fitToWidth = true) {
+  // Drawn over the previous one, then whatever a longer one left is cleared.
+  // One column is left free: a line that fills the last one wraps on some terminals.
+  std::string text = g_statusText;
+  const int columns = fitToWidth ? ConsoleTerminalColumns() : 0;
+  if (columns > 1 && text.size() >= static_cast<size_t>(columns)) {
+    text.resize(static_cast<size_t>(columns - 1));
+  }
+  ConsoleSinkAccess::WriteErr("\r");
+  ConsoleSinkAccess::WriteErr(text.c_str());
+  ConsoleSinkAccess::WriteErr("\x1b[K");
+  g_statusLineShown = true;
+}
+
+// Below a whole line just printed, the status line comes back; after part of
+// a line it waits, so that the rest of the line joins it unbroken.
+void RedrawAfter(const std::string& printed) {
+  if (printed.empty()) return;
+  g_lineOpen = printed.back() != '\n';
+  if (!g_statusText.empty() && !g_lineOpen) DrawStatusLine();
+}
+
+}  // namespace
+
 void ConsoleClearStatusLine() {
+  g_statusText.clear();
   if (!g_statusLineShown) return;
   g_statusLineShown = false;
   ConsoleSinkAccess::WriteErr(kEraseLine);
 }
 
 void ConsoleShowStatusLine(const char* text) {
-  // Drawn over the previous one, then whatever a longer one left is cleared.
-  ConsoleSinkAccess::WriteErr("\r");
-  ConsoleSinkAccess::WriteErr(text);
-  ConsoleSinkAccess::WriteErr("\x1b[K");
-  g_statusLineShown = true;
+  g_statusText = text;
+  if (!g_lineOpen) DrawStatusLine();
 }
+
+void ConsoleKeepStatusLine(const char* text) {
+  g_statusText = text;
+  if (g_lineOpen) ConsoleSinkAccess::WriteErr("\n");
+  g_lineOpen = false;
+  DrawStatusLine(false);  // it stays, so it may take two rows rather than lose its end
+  ConsoleSinkAccess::WriteErr("\n");
+  g_statusText.clear();
+  g_statusLineShown = false;
+}
+
+namespace {
+
+// Erases the status line for the text about to be printed; it is drawn again after.
+void HideStatusLine() {
+  if (!g_statusLineShown) return;
+  g_statusLineShown = false;
+  ConsoleSinkAccess::WriteErr(kEraseLine);
+}
+
+}  // namespace
 
 void ConsoleRecordInto(std::string* transcript) {
   g_transcript = transcript;
 }
 
 void ConsolePrintf(const char* format, ...) {
-  ConsoleClearStatusLine();
+  HideStatusLine();
   va_list args;
   va_start(args, format);
-  if (ConsoleSinkAccess::active != nullptr) {
-    const size_t before = ConsoleSinkAccess::Err().size();
-    ConsoleSinkAccess::Append(ConsoleSinkAccess::Err(), format, args);
-    if (g_transcript != nullptr) g_transcript->append(ConsoleSinkAccess::Err(), before);
-  } else if (g_transcript != nullptr) {
-    std::string text;
-    ConsoleSinkAccess::Append(text, format, args);
-    std::fwrite(text.data(), 1, text.size(), stderr);
-    g_transcript->append(text);
-  } else {
-    std::vfprintf(stderr, format, args);
-  }
+  std::string text;
+  ConsoleSinkAccess::Append(text, format, args);
   va_end(args);
+  if (ConsoleSinkAccess::active != nullptr) {
+    ConsoleSinkAccess::Err() += text;
+  } else {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+  }
+  if (g_transcript != nullptr) g_transcript->append(text);
+  RedrawAfter(text);
 }
 
 void StdoutPrintf(const char* format, ...) {
   // Both streams often share one terminal.
-  ConsoleClearStatusLine();
+  HideStatusLine();
   va_list args;
   va_start(args, format);
-  if (ConsoleSinkAccess::active != nullptr) {
-    ConsoleSinkAccess::Append(ConsoleSinkAccess::Out(), format, args);
-  } else {
-    std::vfprintf(stdout, format, args);
-  }
+  std::string text;
+  ConsoleSinkAccess::Append(text, format, args);
   va_end(args);
+  if (ConsoleSinkAccess::active != nullptr) {
+    ConsoleSinkAccess::Out() += text;
+  } else {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    // Out before the status line is drawn again on the shared screen.
+    if (!g_statusText.empty()) std::fflush(stdout);
+  }
+  RedrawAfter(text);
 }
 
 void StdoutWidePrintf(const wchar_t* format, ...) {

@@ -20,11 +20,19 @@ void StdoutFlush();
 // Standard error is a terminal someone is watching, not a pipe or a file.
 bool ConsoleIsTerminal();
 
-// One line drawn in place on standard error (a progress line). It is erased
-// before anything else is printed on either stream, so the text around it
-// reads exactly as without it. Callers draw it only on a terminal.
+// Columns of the terminal on standard error; 0 when unknown (not a terminal).
+int ConsoleTerminalColumns();
+
+// One line drawn in place on standard error (a progress line), cut to the
+// terminal's width so that it never wraps. It is erased before anything else
+// is printed on either stream, and drawn again below every whole line printed
+// while it is up, so the text around it reads exactly as without it and the
+// line stays in sight. Callers draw it only on a terminal.
 void ConsoleShowStatusLine(const char* text);
 void ConsoleClearStatusLine();
+// Puts the status line down for good as this text, which stays on the screen
+// (a summary); it is no part of a recorded transcript either.
+void ConsoleKeepStatusLine(const char* text);
 
 // While a transcript is set, everything printed on standard error is also
 // appended to it (the status line excepted). nullptr stops recording.

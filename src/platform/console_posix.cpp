@@ -1,3 +1,4 @@
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -21,6 +22,12 @@ void StdoutWriteWide(const wchar_t* text) {
 
 bool ConsoleIsTerminal() {
   return ::isatty(STDERR_FILENO) == 1;
+}
+
+int ConsoleTerminalColumns() {
+  winsize size{};
+  if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0) return 0;
+  return size.ws_col;
 }
 
 }  // namespace qrx

@@ -1,4 +1,5 @@
 #include <io.h>
+#include <windows.h>
 
 #include <cstdio>
 #include <cwchar>
@@ -15,6 +16,12 @@ void StdoutWriteWide(const wchar_t* text) {
 
 bool ConsoleIsTerminal() {
   return _isatty(_fileno(stderr)) != 0;
+}
+
+int ConsoleTerminalColumns() {
+  CONSOLE_SCREEN_BUFFER_INFO info{};
+  if (GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &info) == 0) return 0;
+  return info.srWindow.Right - info.srWindow.Left + 1;
 }
 
 }  // namespace qrx

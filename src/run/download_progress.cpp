@@ -22,6 +22,7 @@ struct Progress {
   int64_t startTicks = 0;
   int64_t lastDrawTicks = 0;
   uint64_t lastDrawnBytes = 0;
+  uint64_t done = 0;  // the latest count, drawn or not
 };
 Progress g_progress;
 
@@ -62,6 +63,7 @@ bool g_active = false;
 
 void Update(uint64_t doneBytes) {
   const uint64_t done = std::min(doneBytes, g_progress.total);
+  g_progress.done = done;
   if (done < g_progress.nextCheck && done != g_progress.total) return;
   // The loops ask once more after the last fragment: the full line is drawn once.
   if (done == g_progress.total && g_progress.lastDrawnBytes == done) return;
@@ -99,8 +101,23 @@ void ProgressBegin(uint64_t totalBytes) {
 }
 
 void ProgressEnd() {
+  if (!progress_detail::g_active) return;
   progress_detail::g_active = false;
-  ConsoleClearStatusLine();
+  // The progress line gives way to a summary that stays: what went, how long it took.
+  const double seconds = static_cast<double>(PerformanceCounter() - g_progress.startTicks) /
+                         static_cast<double>(PerformanceFrequency());
+  const double kbits = seconds > 0 ? static_cast<double>(g_progress.done) * 8.0 / 1000.0 / seconds
+                                   : 0.0;
+  char line[128];
+  if (g_progress.done == g_progress.total) {
+    std::snprintf(line, sizeof line, "Sent %llu bytes in %.2f s, %.1f kbit/s",
+                  static_cast<unsigned long long>(g_progress.done), seconds, kbits);
+  } else {
+    std::snprintf(line, sizeof line, "Sent %llu of %llu bytes in %.2f s, %.1f kbit/s",
+                  static_cast<unsigned long long>(g_progress.done),
+                  static_cast<unsigned long long>(g_progress.total), seconds, kbits);
+  }
+  ConsoleKeepStatusLine(line);
 }
 
 }  // namespace qrx

@@ -13,6 +13,8 @@ bool TerminalLinesWanted();
 // effective rate and time left. Shown only where TerminalLinesWanted(), and
 // not under -v, whose designed per-fragment lines it would fight with.
 void ProgressBegin(uint64_t totalBytes);
+// The progress line is replaced by a summary that stays: bytes sent, seconds
+// and the effective kbit/s.
 void ProgressEnd();
 
 namespace progress_detail {

@@ -6,6 +6,7 @@
 #include "platform/console.h"
 #include "platform/error_text.h"
 #include "transport/h4_packet_types.h"
+#include "transport/port_failure.h"
 
 namespace qrx {
 namespace {
@@ -53,7 +54,9 @@ int8_t BTZELSERIAL::OpenPort(int32_t portNumber) {
   portPath_ = SerialDevicePathForPort(portNumber);
   portHandle_ = SerialOpen(portPath_.c_str());
   if (portHandle_ == kNoSerialDevice) {
+    const int error = LastPlatformError();
     PrintSystemErrorText();
+    NotePortFailure(portPath_, error);
     return kOpenPortFailed;
   }
   // From here on a failing step is reported and the open still succeeds, even

@@ -36,11 +36,13 @@ struct SerialLineSettings {
 std::string SerialDevicePathForNumber(int32_t portNumber);
 
 // The device a -p value names by itself, on systems whose devices have names
-// of their own: POSIX takes a value beginning with '/' as it stands and a
-// value with no '/' that does not begin with COM (any case) under /dev
-// ("ttyUSB0" is /dev/ttyUSB0). Empty for every other value, COMn among them,
-// which is mapped by its number.
-std::string SerialDevicePathForName(const char* portName);
+// of their own. POSIX reads, in this order: a value beginning with '/' is a
+// path as it stands; a value from which a COM number is scanned
+// (scansComNumber: "COM3", "xyz7") is mapped by that number and gets ""; "./x"
+// and "../x" are relative paths; anything else is a name under /dev
+// ("ttyUSB0", "pts/1", "serial/by-id/..."). Empty for every value mapped by
+// its number.
+std::string SerialDevicePathForName(const char* portName, bool scansComNumber);
 
 // Read/write, never shared with another process (root included), blocking
 // (no overlapped I/O). kNoSerialDevice when the device cannot be opened or

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
@@ -36,7 +37,7 @@ void Pack(const termios2& settings, SerialLineSettings& line) {
 
 constexpr const char* kDefaultDeviceFormat = "/dev/ttyS%lld";  // COM1 is ttyS0
 constexpr const char* kPortEnvironmentFormat = "QRXBPL_COM%lld";
-constexpr std::string_view kComPrefix = "COM";
+constexpr std::array<std::string_view, 2> kRelativePrefixes = {"./", "../"};
 constexpr std::string_view kDeviceFolder = "/dev/";
 
 // Wide enough for any port number minus one: COM-2147483648 is ttyS-2147483649.
@@ -103,15 +104,14 @@ std::string SerialDevicePathForNumber(int32_t portNumber) {
   return FormatWithNumber(kDefaultDeviceFormat, int64_t{portNumber} - 1);
 }
 
-std::string SerialDevicePathForName(const char* portName) {
+std::string SerialDevicePathForName(const char* portName, bool scansComNumber) {
   if (portName == nullptr || *portName == '\0') return "";
   const std::string_view name(portName);
   if (name.front() == '/') return std::string(name);
-  const bool comPort =
-      name.size() >= kComPrefix.size() &&
-      std::equal(kComPrefix.begin(), kComPrefix.end(), name.begin(),
-                 [](char a, char b) { return a == std::toupper(static_cast<unsigned char>(b)); });
-  if (comPort || name.find('/') != std::string_view::npos) return "";
+  if (scansComNumber) return "";
+  const bool relative = std::any_of(kRelativePrefixes.begin(), kRelativePrefixes.end(),
+                                    [name](std::string_view p) { return name.starts_with(p); });
+  if (relative) return std::string(name);
   return std::string(kDeviceFolder) + std::string(name);
 }
 

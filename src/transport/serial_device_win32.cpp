@@ -53,7 +53,7 @@ std::string SerialDevicePathForNumber(int32_t portNumber) {
 }
 
 // Ports have no other names here: every value that is not a path is a COM number.
-std::string SerialDevicePathForName(const char* /*portName*/) {
+std::string SerialDevicePathForName(const char* /*portName*/, bool /*scansComNumber*/) {
   return "";
 }
 

@@ -4,8 +4,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <regex>
 #include <sstream>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
 
 #include "e2e/e2e_bench.h"
 
@@ -119,6 +123,15 @@ TEST(BenchSafety, ASecondLoaderOnAHeldPortIsRefused) {
   EXPECT_TRUE(second.err == refusedWith(EWOULDBLOCK) || second.err == refusedWith(EBUSY))
       << second.err;
 
+  // On a terminal the refusal names the loader that holds the port.
+  const ProcessResult watched =
+      RunProcess({BuildProduct("src/qrxbpl"), "-i", "2", "-p", pty}, {}, kExitLimitMs,
+                 ErrTo::kTerminal);
+  EXPECT_NE(watched.err.find("qrxbpl: " + pty + " is held by process " +
+                             std::to_string(first.Pid()) + " (qrxbpl)\n"),
+            std::string::npos)
+      << watched.err;
+
   EXPECT_EQ(first.ReadAll(kExitLimitMs), "");
   EXPECT_EQ(first.WaitExit(kExitLimitMs), 0) << first.CollectedErr();
   EXPECT_EQ(bench.SimulatorFinalOutput(), kLineAt115200 + "\n");
@@ -173,6 +186,89 @@ CMD: Read Norix Version                  ERROR: Bluetooth device port is not ope
 [FAIL] Send command failed
 The firmware download cannot proceed because the controller has become unresponsive. Please try power-cycling the controller and/or reissuing the command.
 )T");
+}
+
+// -p reads a path first, then a COM number scanned after three characters
+// of any kind, then a relative path, then a name under /dev: each of these
+// opens the simulator's line and downloads.
+TEST(BenchSafety, PortNamesOpenWhatTheyName) {
+  const std::string link = "./qrx-e2e-link-" + std::to_string(getpid());
+  struct Case {
+    std::string port;  // PTY stands for the simulator's terminal
+    bool comSeven;     // QRXBPL_COM7 names the terminal
+  };
+  const std::vector<Case> cases = {{"PTY", false}, {"xyz7", true}, {link, false}};
+  for (const Case& c : cases) {
+    E2eBench bench;
+    InstallContainer(bench, kSim, BuildTwoBlockImage(kSmallImage, true));
+    const std::string pty = bench.StartPty(kSim);
+    std::string port = c.port == "PTY" ? pty.substr(std::string("/dev/").size()) : c.port;
+    SCOPED_TRACE(port);
+    std::filesystem::remove(link);
+    std::filesystem::create_symlink(pty, link);
+    Environment env;
+    if (c.comSeven) env.push_back({"QRXBPL_COM7", pty});
+    const ProcessResult run = bench.RunLoader({"-i", "2", "-p", port}, env);
+    std::filesystem::remove(link);
+    EXPECT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_FALSE(bench.CommandLog().empty());
+  }
+}
+
+// A port that will not open: into a pipe the designed lines alone, on a
+// terminal the device, the reason and what to do besides, and in the report
+// always. As an unprivileged user outside the device's group (made here; root
+// only), the group and the command that adds the user are named.
+TEST(BenchSafety, PortFailuresAreExplained) {
+  const std::string designed = kPicked + R"T(No such file or directory
+CMD: Read Norix Version                  ERROR: Bluetooth device port is not open!
+[FAIL] Send command failed
+The firmware download cannot proceed because the controller has become unresponsive. Please try power-cycling the controller and/or reissuing the command.
+)T";
+  const std::string missing = "/dev/ttyQRXmissing";
+  const std::regex explained("qrxbpl: cannot open the serial port " + missing +
+                             ": No such file or directory\n"
+                             "qrxbpl: (the serial ports of this machine:( /dev/\\S+)+|no serial "
+                             "ports found on this machine)\n");
+  E2eBench bench;
+  const std::string report = bench.Drive().Join("run.json");
+  const std::vector<std::string> argv = {BuildProduct("src/qrxbpl"), "-i", "2", "-p",
+                                         "ttyQRXmissing", "--report", report};
+  const ProcessResult piped = RunProcess(argv);
+  EXPECT_EQ(piped.err, designed);
+  const auto json = nlohmann::json::parse(bench.Drive().Read("run.json"));
+  EXPECT_TRUE(std::regex_match(json["portFailure"].get<std::string>(), explained)) << json;
+
+  const ProcessResult watched = RunProcess(argv, {}, kExitLimitMs, ErrTo::kTerminal);
+  EXPECT_EQ(watched.exitStatus, 255);
+  const size_t after = kPicked.size() + std::strlen("No such file or directory\n");
+  ASSERT_GT(watched.err.size(), after);
+  const size_t end = watched.err.find("CMD: ");
+  ASSERT_NE(end, std::string::npos) << watched.err;
+  EXPECT_TRUE(std::regex_match(watched.err.substr(after, end - after), explained)) << watched.err;
+  EXPECT_EQ(watched.err.substr(0, after) + watched.err.substr(end), designed);
+
+  if (geteuid() != 0) GTEST_SKIP() << "making a user and changing a device's group needs root";
+  const std::string user = "qrxbench";
+  RunProcess({"/usr/sbin/useradd", "--no-create-home", "--user-group", user});
+  ASSERT_EQ(RunProcess({"/usr/bin/id", user}).exitStatus, 0);
+  E2eBench held;
+  const std::string pty = held.StartPty(kSim);
+  ASSERT_EQ(RunProcess({"/bin/chgrp", "dialout", pty}).exitStatus, 0);
+  ASSERT_EQ(RunProcess({"/bin/chmod", "0660", pty}).exitStatus, 0);
+  const ProcessResult refused =
+      RunProcess({"/usr/bin/setpriv", "--reuid=" + user, "--regid=" + user, "--init-groups",
+                  BuildProduct("src/qrxbpl"), "-i", "2", "-p", pty},
+                 {}, kExitLimitMs, ErrTo::kTerminal);
+  EXPECT_EQ(refused.exitStatus, 255);
+  EXPECT_NE(refused.err.find("qrxbpl: cannot open the serial port " + pty +
+                             ": Permission denied\nqrxbpl: " + pty +
+                             " belongs to the group 'dialout', and user 'qrxbench' is not in "
+                             "it\nqrxbpl: add the user with: sudo usermod -aG dialout qrxbench "
+                             "(then log in again)\n"),
+            std::string::npos)
+      << refused.err;
+  EXPECT_TRUE(held.CommandLog().empty());
 }
 
 }  // namespace

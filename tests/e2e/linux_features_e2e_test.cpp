@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <algorithm>
+#include <filesystem>
 #include <regex>
+#include <sstream>
 
 #include "e2e/e2e_bench.h"
 #include "platform/byte_order.h"
@@ -100,34 +103,51 @@ void ExpectBtmonReads(const std::string& path, size_t commands) {
   EXPECT_EQ(shown, commands) << btmon.out;
 }
 
-// Takes the status line out of a terminal transcript: each draw is "\r", the
-// text and "\x1b[K"; each erase "\r\x1b[K". Fails when anything else is
-// printed while a line is drawn. Returns the draws; `clean` gets the rest.
-std::vector<std::string> TakeStatusLines(const std::string& terminal, std::string& clean) {
-  static const std::string kClear = "\x1b[K";
+// A terminal transcript taken apart: each draw of the status line is "\r",
+// the text and "\x1b[K"; each erase "\r\x1b[K"; a draw followed by "\n" is
+// the summary that stays. Fails when anything is printed over a drawn line.
+struct TerminalLines {
   std::vector<std::string> draws;
+  std::vector<std::string> kept;
+  std::string clean;          // everything else
+  size_t linesNotRedrawn = 0;  // whole lines printed while the status was up, not followed by it
+};
+
+TerminalLines TakeStatusLines(const std::string& terminal) {
+  static const std::string kClear = "\x1b[K";
+  TerminalLines lines;
   bool shown = false;
+  bool up = false;
   for (size_t at = 0; at < terminal.size();) {
     if (terminal[at] != '\r') {
       EXPECT_FALSE(shown) << "printed over the status line at byte " << at;
-      clean += terminal[at++];
+      lines.clean += terminal[at];
+      if (terminal[at++] == '\n' && up &&
+          (terminal.compare(at, 1, "\r") != 0 || terminal.compare(at + 1, 3, kClear) == 0)) {
+        ++lines.linesNotRedrawn;
+      }
       continue;
     }
     const size_t end = terminal.find(kClear, at);
     if (end == std::string::npos) {
       ADD_FAILURE() << "a status line without its clear at byte " << at;
-      return draws;
+      return lines;
     }
-    if (end == at + 1) {
-      shown = false;  // erased
-    } else {
-      draws.push_back(terminal.substr(at + 1, end - at - 1));
-      shown = true;
-    }
+    const std::string text = terminal.substr(at + 1, end - at - 1);
     at = end + kClear.size();
+    shown = !text.empty();
+    if (text.empty()) continue;  // erased
+    if (at < terminal.size() && terminal[at] == '\n') {
+      lines.kept.push_back(text);
+      shown = up = false;
+      ++at;
+      continue;
+    }
+    lines.draws.push_back(text);
+    up = true;
   }
   EXPECT_FALSE(shown) << "the status line is left on the screen";
-  return draws;
+  return lines;
 }
 
 TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
@@ -145,19 +165,24 @@ TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
   const std::vector<Case> cases = {
       {{"--help"}, 0, usage, ""},
       {{"--version"}, 0, usage.substr(0, usage.find('\n') + 1), ""},
-      // Not alone: an unknown argument, as the design treats it.
-      {{"--help", "-i", "3"},
-       255,
-       "",
-       "'-i' is required as the first argument, please provide it.\n\n"},
+      // Not alone: refused before anything else is read.
+      {{"--help", "-i", "3"}, 255, "", "qrxbpl: option '--help' must be the only argument\n"},
   };
   for (const Case& c : cases) {
     std::vector<std::string> argv = {loader};
     argv.insert(argv.end(), c.args.begin(), c.args.end());
     const ProcessResult run = RunProcess(argv);
     EXPECT_EQ(run.exitStatus, c.exitStatus) << c.args[0];
-    EXPECT_EQ(run.out, c.out) << c.args[0];
     EXPECT_EQ(run.err, c.err) << c.args[0];
+    if (c.args.size() > 1 || c.args[0] != "--help") {
+      EXPECT_EQ(run.out, c.out) << c.args[0];
+      continue;
+    }
+    // The design's usage text, then ours: one line per option and variable.
+    EXPECT_EQ(run.out.substr(0, usage.size()), usage);
+    const std::string ours = run.out.substr(usage.size());
+    EXPECT_TRUE(ours.starts_with("\nOptions of this platform:\n  --firmware FILE  ")) << ours;
+    EXPECT_NE(ours.find("\nEnvironment:\n  QRXBPL_COM<n>  "), std::string::npos) << ours;
   }
   EXPECT_TRUE(std::regex_match(
       usage.substr(0, usage.find('\n')),
@@ -205,6 +230,110 @@ TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
     }
     expected.push_back("01 FC 08 00 00 00 01 00 80 00 00");
     EXPECT_EQ(bench.CommandLog(), expected);
+  }
+}
+
+// --list-ports names every tty a driver serves, as /sys shows them, with that driver.
+TEST(LinuxFeatures, ListPortsShowsTheTtysADriverServes) {
+  std::vector<std::string> expected;
+  for (const auto& tty : std::filesystem::directory_iterator("/sys/class/tty")) {
+    const auto driver = tty.path() / "device" / "driver";
+    if (!std::filesystem::exists(driver)) continue;
+    expected.push_back("/dev/" + tty.path().filename().string() + " driver=" +
+                       std::filesystem::read_symlink(driver).filename().string());
+  }
+  std::sort(expected.begin(), expected.end());
+  const ProcessResult run = RunProcess({BuildProduct("src/qrxbpl"), "--list-ports"});
+  EXPECT_EQ(run.exitStatus, 0);
+  EXPECT_EQ(run.err, "");
+  std::vector<std::string> listed;
+  std::istringstream lines(run.out);
+  for (std::string line; std::getline(lines, line);) {
+    // Device and driver; by-id and the USB fields depend on the adapter.
+    const std::regex fields(R"((\S+)(  by-id=\S+)?  driver=(\S+)(  .*)?)");
+    std::smatch match;
+    if (std::regex_match(line, match, fields)) {
+      listed.push_back(match[1].str() + " driver=" + match[3].str());
+    } else {
+      listed.push_back(line);
+    }
+  }
+  if (expected.empty()) expected.push_back("no serial ports found");
+  EXPECT_EQ(listed, expected);
+}
+
+// A mistake on the command line or in the named file is answered with one
+// line and exit status 255 before the link opens: the simulator hears nothing.
+TEST(LinuxFeatures, MistakesAreRefusedBeforeTheController) {
+  const auto sfi = BuildSfiImage(kSmallImage);
+  auto cut = [&sfi](size_t from, size_t length) {
+    return std::vector<uint8_t>(sfi.begin() + static_cast<long>(from),
+                                sfi.begin() + static_cast<long>(from + length));
+  };
+  struct Case {
+    bool uart;
+    std::string file;  // written under the bench's drive, "" for none
+    std::vector<uint8_t> bytes;
+    std::vector<std::string> args;  // FILE stands for the file's path
+    std::string err;                // after "qrxbpl: ", FILE likewise
+  };
+  const std::string named = "the firmware file FILE ";
+  const std::vector<Case> cases = {
+      {false, "small.sfi", sfi, {"--fimware", "FILE"},
+       "unknown option '--fimware' (did you mean '--firmware'?)"},
+      {true, "", {}, {"--list-prots"}, "unknown option '--list-prots' (did you mean '--list-ports'?)"},
+      {false, "", {}, {"--frobnicate"}, "unknown option '--frobnicate'"},
+      {true, "", {}, {"--report"}, "option '--report' needs a value (FILE)"},
+      {false, "", {}, {"--btsnoop", "--progress"}, "option '--btsnoop' needs a value (FILE)"},
+      {false, "", {}, {"-v", "--version"}, "option '--version' must be the only argument"},
+      {false, "", {}, {"--firmware", "/nonexistent/fw.sfi"},
+       "the firmware file /nonexistent/fw.sfi cannot be read: No such file or directory"},
+      {true, "empty.sfi", {}, {"--firmware", "FILE"}, named + "is empty"},
+      {false, "empty.dat", {}, {"--firmware", "FILE"}, named + "is empty"},
+      {false, "zero.sfi", std::vector<uint8_t>(2000, 0), {"--firmware", "FILE"},
+       named + "holds nothing but zero bytes"},
+      {true, "zero.dat", std::vector<uint8_t>(64, 0), {"--firmware", "FILE"},
+       named + "holds nothing but zero bytes"},
+      {false, "fw.bin", sfi, {"--firmware", "FILE"},
+       named + "has no known type: its name (or -fw) holds none of .dat, .sfi, .bseq"},
+      {false, "short.sfi", cut(0, 600), {"--firmware", "FILE"},
+       named + "is not a whole SFI file: it is 600 bytes, shorter than the smallest SFI image "
+               "(644 bytes)"},
+      // The body's first command header is cut two bytes in.
+      {false, "cut.sfi", cut(0, 646), {"--firmware", "FILE"},
+       named + "is not a whole SFI file: its signed image cannot be cut into commands from "
+               "offset 644"},
+      {false, "sfi.dat", sfi, {"--firmware", "FILE"},
+       named + "is not a whole FWDAT file: it has no FWDAT container header"},
+      {false, "image.sfi", sfi, {"--firmware", "FILE", "-fw", "x.bseq"},
+       named + "is not a whole BSEQ file: its BSEQ commands cannot be cut into commands from "
+               "offset 4"},
+  };
+  for (const Case& c : cases) {
+    E2eBench bench;
+    const std::string path = c.file.empty() ? "" : bench.Drive().WriteFile("fw/" + c.file, c.bytes);
+    auto withPath = [&path](std::string text) {
+      for (size_t at; (at = text.find("FILE")) != std::string::npos && !path.empty();) {
+        text.replace(at, 4, path);
+      }
+      return text;
+    };
+    std::vector<std::string> args = {"-i"};
+    if (c.uart) {
+      args.insert(args.end(), {"2", "-p", bench.StartPty(kTlvBoot)});
+    } else {
+      args.insert(args.end(), {"3", "-a", "127.0.0.1", "-p", bench.StartTcp(kTlvBoot)});
+    }
+    for (const std::string& arg : c.args) args.push_back(withPath(arg));
+    SCOPED_TRACE(c.args[0] + " " + c.file);
+    const ProcessResult run = bench.RunLoader(args);
+    EXPECT_EQ(run.exitStatus, 255);
+    // The design's parser has its say (without -fw, its line on where firmware
+    // is picked) only when the double-dash arguments are sound.
+    const bool picked = c.args[0] == "--firmware" && c.args.size() == 2;
+    EXPECT_EQ(run.err, (picked ? kPicked : "") + "qrxbpl: " + withPath(c.err) + "\n");
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(bench.CommandLog(), std::vector<std::string>{});
   }
 }
 
@@ -294,12 +423,14 @@ TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
       EXPECT_EQ(json["timing"][1]["task"], "Windows COM Write");
       EXPECT_EQ(json["timing"].size(), 9u);
     } else {
+      // Refused before the link opens: the controller hears nothing.
       EXPECT_EQ(run.exitStatus, 255);
-      EXPECT_EQ(run.err, kPicked + version + "qrxbpl: cannot read the firmware file " + path +
-                             ": No such file or directory\n" + kNoFirmware);
+      EXPECT_EQ(run.err, kPicked + "qrxbpl: the firmware file " + path +
+                             " cannot be read: No such file or directory\n");
       EXPECT_TRUE(json["firmware"].is_null());
-      EXPECT_EQ(json["libraryStatus"], Json::parse(R"([{"stage": "initialize", "status": 11}])"));
-      EXPECT_EQ(json["errors"][0], kNoFirmware.substr(0, kNoFirmware.find('\n')));
+      EXPECT_EQ(json["exitStatus"], 255);
+      EXPECT_TRUE(bench.CommandLog().empty());
+      continue;
     }
     EXPECT_EQ(json["exitStatus"], run.exitStatus);
     EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
@@ -338,9 +469,10 @@ TEST(LinuxFeatures, CaptureAndReportAreCompleteWhenTheRunIsKilled) {
 }
 
 // On a terminal the loader names the file it loaded and draws a progress
-// line that it erases before any other line; everything else is exactly the
-// transcript of the same run into a pipe. Off the terminal, only --progress
-// brings them.
+// line that it erases before any other line and draws again after it, cut to
+// the terminal's width, then leaves a summary line; everything else is exactly
+// the transcript of the same run into a pipe. Off the terminal, only
+// --progress brings them.
 TEST(LinuxFeatures, ProgressLineOnlyOnATerminal) {
   struct Case {
     bool uart;
@@ -384,8 +516,7 @@ TEST(LinuxFeatures, ProgressLineOnlyOnATerminal) {
       run = RunProcess(argv, env, 60000, c.terminal ? ErrTo::kTerminal : ErrTo::kPipe);
     }
     EXPECT_EQ(run.exitStatus, 0);
-    std::string clean;
-    const auto draws = TakeStatusLines(run.err, clean);
+    const TerminalLines lines = TakeStatusLines(run.err);
     std::string expected = reference;
     if (c.firmwareLine) {
       const std::string after = "Initialization complete.\n";
@@ -393,17 +524,33 @@ TEST(LinuxFeatures, ProgressLineOnlyOnATerminal) {
                       "Firmware file: " + firmwarePath + " (" +
                           std::to_string(Container(kTlvBoot, image).size()) + " bytes)\n");
     }
-    EXPECT_EQ(MaskTimes(clean), expected);
+    EXPECT_EQ(MaskTimes(lines.clean), expected);
     if (!c.progress) {
-      EXPECT_TRUE(draws.empty());
+      EXPECT_TRUE(lines.draws.empty());
+      EXPECT_TRUE(lines.kept.empty());
       continue;
     }
-    ASSERT_FALSE(draws.empty());
+    // Drawn again under every line printed while it is up (over TCP, the
+    // per-fragment lines), and on a terminal cut to its width.
+    EXPECT_EQ(lines.linesNotRedrawn, 0u);
+    ASSERT_FALSE(lines.draws.empty());
     const std::regex line(R"( *\d+% (\d+)/(\d+) bytes(  \d+\.\d kbit/s  \d+:\d\d left)?)");
-    for (const std::string& draw : draws) EXPECT_TRUE(std::regex_match(draw, line)) << draw;
+    for (const std::string& draw : lines.draws) {
+      if (c.terminal) {
+        EXPECT_LT(draw.size(), size_t{kTerminalColumns}) << draw;
+        EXPECT_TRUE(std::regex_match(draw, std::regex(R"( *\d+% \d+/\d+ bytes.*)"))) << draw;
+      } else {
+        EXPECT_TRUE(std::regex_match(draw, line)) << draw;
+      }
+    }
     const std::string total = std::to_string(image.size());
-    EXPECT_EQ(draws.back().substr(0, 4 + 2 * total.size() + 8),
+    EXPECT_EQ(lines.draws.back().substr(0, 4 + 2 * total.size() + 8),
               "100% " + total + "/" + total + " bytes");
+    // At the end one summary stays: bytes, seconds, effective rate.
+    ASSERT_EQ(lines.kept.size(), 1u);
+    EXPECT_TRUE(std::regex_match(lines.kept[0], std::regex("Sent " + total +
+                                                           R"( bytes in \d+\.\d\d s, \d+\.\d kbit/s)")))
+        << lines.kept[0];
   }
 }
 

@@ -67,7 +67,7 @@ while IFS='|' read -r words current want; do
   got=$(completes $words "$current")
   [ "$got" = "$want" ] || fail "completing '$words $current': got '$got', want '$want'"
 done <<'CASES'
-qrxbpl||-i --help --version
+qrxbpl||-i --help --version --list-ports
 qrxbpl -i||2 3
 qrxbpl -i 2 -p /dev/tty -nocc|-|-p -a -h -r -b -f -fw -bd -nocc -v -t --firmware --progress --no-progress --btsnoop --report --tcp-nodelay
 qrxbpl -i 2 -h 1 -r|3|3000000 3250000
@@ -83,4 +83,19 @@ CASES
 known=$("$root/bin/qrxvps" --help | grep -E '^ {24}[a-z]' | awk '{print $1}' | sort)
 offered=$( (completes qrxvps --set ""; completes qrxvps --fault "") | tr ' ' '\n' | sed 's/[=:]$//' | sort)
 diff <(echo "$known") <(echo "$offered") || fail "qrxvps --set/--fault completion differs from qrxvps --help"
+# The double-dash options and variables: --help prints them from the loader's
+# one table; the man page and the completion must offer the same, no more.
+help=$("$root/bin/qrxbpl" --help | sed -n '/^Options of this platform:/,$p')
+helped_options=$(echo "$help" | grep -oE '^  --[a-z-]+' | sed 's/^  //' | sort)
+helped_variables=$(echo "$help" | grep -oE '^  QRXBPL_[A-Z_]+' | sed 's/^  //' | sort)
+page=$root/share/man/man1/qrxbpl.1
+paged_options=$(sed -n '/^\.SS Double-dash options/,/^\.SH/p' "$page" | grep -E '^\.BI? \\-\\-[a-z]' |
+  sed 's/\\-/-/g' | awk '{print $2}' | sort -u)
+paged_variables=$(sed -n '/^\.SH ENVIRONMENT/,/^\.SH/p' "$page" | grep -oE '^\.BI? QRXBPL_[A-Z_]+' |
+  awk '{print $2}' | sort -u)
+offered_options=$( (completes qrxbpl ""; completes qrxbpl -i 2 -p /dev/tty --) | tr ' ' '\n' |
+  grep -E '^--' | sort -u)
+diff <(echo "$helped_options") <(echo "$paged_options") || fail "man page options differ from qrxbpl --help"
+diff <(echo "$helped_variables") <(echo "$paged_variables") || fail "man page variables differ from qrxbpl --help"
+diff <(echo "$helped_options") <(echo "$offered_options") || fail "completion differs from qrxbpl --help"
 echo "install ok"

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -64,6 +65,9 @@ bool ChildProcess::Spawn(std::vector<std::string> argv, const Environment& env, 
     piped = piped && tcgetattr(ends[1][1], &raw) == 0;
     cfmakeraw(&raw);
     piped = piped && tcsetattr(ends[1][1], TCSANOW, &raw) == 0;
+    // A narrow terminal, as a split screen gives: whatever is drawn in place must fit it.
+    const winsize narrow{.ws_row = 24, .ws_col = kTerminalColumns, .ws_xpixel = 0, .ws_ypixel = 0};
+    piped = piped && ioctl(ends[1][1], TIOCSWINSZ, &narrow) == 0;
   }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);

@@ -23,6 +23,9 @@ struct ProcessResult {
 
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
+// The width of the terminal ErrTo::kTerminal gives a child.
+constexpr unsigned short kTerminalColumns = 40;
+
 // Where a child's standard error goes.
 enum class ErrTo { kTest, kPipe, kTerminal };
 
@@ -62,6 +65,7 @@ class ChildProcess {
   int EndingSignal() const { return endingSignal_; }
   void Terminate();  // SIGTERM
   void Signal(int signalNumber);
+  int Pid() const { return pid_; }
 
  private:
   friend ProcessResult RunProcess(const std::vector<std::string>&, const Environment&, int, ErrTo);

@@ -14,6 +14,7 @@
 #include "fw_image.h"
 #include "fwlib/fragment_iterators.h"
 #include "fwlib/fwlib_context.h"
+#include "fwlib/image_walk.h"
 #include "platform/byte_order.h"
 #include "platform/console.h"
 
@@ -30,8 +31,6 @@ constexpr int kExitUsage = 2;
 // Modes of the library context: which iterator the loader picks.
 constexpr uint8_t kBootloaderMode = 0;   // signed images
 constexpr uint8_t kOperationalMode = 1;  // BSEQ images
-constexpr uint32_t kSignedCapacity = 258;
-constexpr uint32_t kBseqCapacity = 259;
 
 struct NamedValue {
   uint32_t value;
@@ -96,46 +95,34 @@ struct WalkResult {
   uint32_t stopOffset = 0;
 };
 
-// Walks the image with the loader's own dispatcher over a context built the
-// way the loaders leave it, so what is shown is what a download sends.
+// Walks the image with the loader's own dispatcher, so what is shown is what
+// a download sends.
 WalkResult WalkImage(Bytes image, uint8_t mode, uint8_t isTlvForm, uint8_t scheme) {
-  std::array<uint8_t, kTlvBootloaderVersionLength> version{};
-  version[kSignatureSchemeIndex] = scheme;
-  FwLibContext context{};
-  context.magic = kFwLibContextMagic;
-  context.versionData = version.data();
-  context.versionLength = static_cast<uint8_t>(version.size());
-  context.isTlvForm = isTlvForm;
-  context.imageBorrowed = 1;
-  context.isOperational = mode;
-  context.imageSize = static_cast<uint32_t>(image.size());
-  context.imageData = image.data();
-
   const bool bseq = mode == kOperationalMode;
   WalkResult walk;
-  std::array<uint8_t, kBseqCapacity> command{};
-  for (;;) {
-    uint32_t length = bseq ? kBseqCapacity : kSignedCapacity;
-    walk.end = GetNextCommand(&context, command.data(), &length);
-    walk.stopOffset = context.imageOffset;
-    if (walk.end != kFwLibSuccess) return walk;
-
-    CommandRun run;
-    run.commandLength = length;
-    run.dataLength = bseq ? command[2] : length - static_cast<uint32_t>(kSecureSendHeaderSize);
-    run.key = bseq ? ReadLe16(command, 0) : command[3];
-    run.offset = context.imageOffset - (bseq ? length : run.dataLength);
-    ++walk.commands;
-    walk.bytes += length;
-    if (!walk.runs.empty() && walk.runs.back().key == run.key &&
-        walk.runs.back().commandLength == run.commandLength) {
-      ++walk.runs.back().count;
-      continue;
-    }
-    run.first = walk.commands;
-    run.count = 1;
-    walk.runs.push_back(run);
-  }
+  const ImageWalkEnd end = WalkImageCommands(
+      image, {bseq, isTlvForm != 0, scheme}, [&walk, bseq](Bytes command, uint32_t offset) {
+        const auto length = static_cast<uint32_t>(command.size());
+        CommandRun run;
+        run.commandLength = length;
+        run.dataLength =
+            bseq ? command[2] : length - static_cast<uint32_t>(kSecureSendHeaderSize);
+        run.key = bseq ? ReadLe16(command, 0) : command[3];
+        run.offset = offset - (bseq ? length : run.dataLength);
+        ++walk.commands;
+        walk.bytes += length;
+        if (!walk.runs.empty() && walk.runs.back().key == run.key &&
+            walk.runs.back().commandLength == run.commandLength) {
+          ++walk.runs.back().count;
+          return;
+        }
+        run.first = walk.commands;
+        run.count = 1;
+        walk.runs.push_back(run);
+      });
+  walk.end = end.status;
+  walk.stopOffset = end.stopOffset;
+  return walk;
 }
 
 // BSEQ records, read on their own to count the event records and to say
@@ -245,7 +232,7 @@ void PrintHeader(const char* indent, const char* label, Bytes image, size_t at, 
 }
 
 bool HasSecondBlockMarker(Bytes image) {
-  return image.size() > kFirstBlockEnd && image[kFirstBlockEnd] == kSecondBlockMarker;
+  return HasSecondSignatureBlock(image);
 }
 
 // Reports where a signed walk failed and why, by layout region.

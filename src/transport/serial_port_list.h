@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace qrx {
+
+// A serial port of this machine, as the system's device database describes it.
+// Fields the system does not know are empty.
+struct SerialPortInfo {
+  std::string device;  // /dev/ttyUSB0
+  std::string byId;    // /dev/serial/by-id/usb-..., the name that survives re-plugging
+  std::string driver;  // ftdi_sio, serial8250, ...
+  // USB adapters only.
+  std::string vendorId;  // four hex digits
+  std::string productId;
+  std::string manufacturer;
+  std::string product;
+  std::string serial;
+};
+
+// Every tty device that a driver serves (so not the virtual consoles and
+// pseudo-terminals), sorted by device path. `available` is false where the
+// system offers no way to list them (ports is empty then).
+struct SerialPortList {
+  bool available = true;
+  std::vector<SerialPortInfo> ports;
+};
+
+SerialPortList ListSerialPorts();
+
+}  // namespace qrx
