@@ -14,7 +14,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 
 .PHONY: all check demo bench install package clean format windows wine-check fuzz fuzz-build \
-  fuzz-replay fuzz-seeds
+  fuzz-replay fuzz-seeds windows-package
 
 all: $(BUILD)/CMakeCache.txt
 	cmake --build $(BUILD) -j $(JOBS)
@@ -50,8 +50,13 @@ $(WIN_BUILD)/CMakeCache.txt:
 	cmake -S . -B $(WIN_BUILD) -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/mingw-w64-x86_64.cmake \
 	  -DCMAKE_BUILD_TYPE=Release
 
-# The end-to-end runs of the Windows loader under Wine, against the POSIX simulator.
-wine-check: windows
+# qrxbpl-VERSION-win64.zip in $(WIN_BUILD): the programs and a README for Windows.
+windows-package: windows
+	cmake --build $(WIN_BUILD) --target package
+
+# The end-to-end runs of the Windows loader (and of the zip's) under Wine,
+# against the POSIX simulator.
+wine-check: windows-package
 	cmake -S . -B $(BUILD) $(CMAKE_FLAGS) -DQRX_WINE_TESTS=ON -DQRX_WIN_BUILD_DIR=$(abspath $(WIN_BUILD))
 	cmake --build $(BUILD) -j $(JOBS)
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) -L wine

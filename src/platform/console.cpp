@@ -77,34 +77,32 @@ void ConsoleRecordInto(std::string* transcript) {
 
 void ConsolePrintf(const char* format, ...) {
   ConsoleClearStatusLine();
+  std::string text;
   va_list args;
   va_start(args, format);
-  if (ConsoleSinkAccess::active != nullptr) {
-    const size_t before = ConsoleSinkAccess::Err().size();
-    ConsoleSinkAccess::Append(ConsoleSinkAccess::Err(), format, args);
-    if (g_transcript != nullptr) g_transcript->append(ConsoleSinkAccess::Err(), before);
-  } else if (g_transcript != nullptr) {
-    std::string text;
-    ConsoleSinkAccess::Append(text, format, args);
-    std::fwrite(text.data(), 1, text.size(), stderr);
-    g_transcript->append(text);
-  } else {
-    std::vfprintf(stderr, format, args);
-  }
+  ConsoleSinkAccess::Append(text, format, args);
   va_end(args);
+  if (ConsoleSinkAccess::active != nullptr) {
+    ConsoleSinkAccess::Err() += text;
+  } else {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+  }
+  if (g_transcript != nullptr) g_transcript->append(text);
 }
 
 void StdoutPrintf(const char* format, ...) {
   // Both streams often share one terminal.
   ConsoleClearStatusLine();
+  std::string text;
   va_list args;
   va_start(args, format);
-  if (ConsoleSinkAccess::active != nullptr) {
-    ConsoleSinkAccess::Append(ConsoleSinkAccess::Out(), format, args);
-  } else {
-    std::vfprintf(stdout, format, args);
-  }
+  ConsoleSinkAccess::Append(text, format, args);
   va_end(args);
+  if (ConsoleSinkAccess::active != nullptr) {
+    ConsoleSinkAccess::Out() += text;
+  } else {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+  }
 }
 
 void StdoutWidePrintf(const wchar_t* format, ...) {

@@ -4,6 +4,12 @@
 
 namespace qrx {
 
+// Set up once, first thing in the process (console_posix.cpp,
+// console_win32.cpp): both streams write through, so a line is seen whole the
+// moment it is printed, the unfinished one too, and a killed run loses none
+// of it. Each print below is formatted first and handed over as one write.
+void ConsoleStart();
+
 // The one console printer. Everything the loader tells the operator is
 // printf-formatted text on standard error.
 void ConsolePrintf(const char* format, ...) __attribute__((format(printf, 1, 2)));

@@ -2,6 +2,7 @@
 // --btsnoop, --report, the terminal-only lines, --help and --version.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <nlohmann/json.hpp>
 #include <regex>
 
@@ -131,9 +132,9 @@ std::vector<std::string> TakeStatusLines(const std::string& terminal, std::strin
 }
 
 TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
-  const std::string loader = BuildProduct("src/qrxbpl");
+  E2eBench bench;
   // The usage text as the design prints it for too few arguments.
-  const ProcessResult designed = RunProcess({loader});
+  const ProcessResult designed = bench.RunLoader({});
   const std::string usage = designed.err.substr(designed.err.find("qrxbpl.exe"));
   ASSERT_EQ(designed.exitStatus, 255);
   struct Case {
@@ -152,9 +153,7 @@ TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
        "'-i' is required as the first argument, please provide it.\n\n"},
   };
   for (const Case& c : cases) {
-    std::vector<std::string> argv = {loader};
-    argv.insert(argv.end(), c.args.begin(), c.args.end());
-    const ProcessResult run = RunProcess(argv);
+    const ProcessResult run = bench.RunLoader(c.args);
     EXPECT_EQ(run.exitStatus, c.exitStatus) << c.args[0];
     EXPECT_EQ(run.out, c.out) << c.args[0];
     EXPECT_EQ(run.err, c.err) << c.args[0];
@@ -236,7 +235,7 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   ExpectBtmonReads(snoop, commands.size());
 
   const Json json = Json::parse(bench.Drive().Read("run.json"));
-  EXPECT_EQ(json["exitStatus"], 255);
+  EXPECT_EQ(json["exitStatus"], ReportedFailure());
   EXPECT_EQ(json["finished"], true);
   ASSERT_EQ(json["versionAnswers"].size(), 1u);
   // The answer as the capture saw it arrive (after the server's ready event).
@@ -245,12 +244,11 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   EXPECT_EQ(json["versionAnswers"][0]["mode"], "bootloader");
   Sha256 hash;
   hash.Update(container);
-  EXPECT_EQ(json["firmware"],
-            Json({{"path", bench.Drive().Join(std::string(kFirmwareFolder) + "/qrxfw.dat")},
-                  {"kind", "FWDAT"},
-                  {"size", container.size()},
-                  {"imageSize", image.size()},
-                  {"sha256", HexText(hash.Finish())}}));
+  EXPECT_EQ(json["firmware"], Json({{"path", bench.SearchedFirmwarePath("qrxfw.dat")},
+                                    {"kind", "FWDAT"},
+                                    {"size", container.size()},
+                                    {"imageSize", image.size()},
+                                    {"sha256", HexText(hash.Finish())}}));
   EXPECT_EQ(json["steps"], Json::parse(R"([
       {"step": "CMD: Read Norix Version", "result": "[OK]"},
       {"step": "EVT: CommandComplete <Norix Version>", "result": "[OK]"}])"));
@@ -290,18 +288,20 @@ TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
                                         "CMD: Norix HCI Reset                     [OK]\nDownload "
                                         "complete.\n" +
                                         kUartTimingTable);
-      EXPECT_EQ(json["firmware"]["path"], path);
+      EXPECT_EQ(json["firmware"]["path"], LoaderPath(path));
       EXPECT_EQ(json["timing"][1]["task"], "Windows COM Write");
       EXPECT_EQ(json["timing"].size(), 9u);
     } else {
       EXPECT_EQ(run.exitStatus, 255);
-      EXPECT_EQ(run.err, kPicked + version + "qrxbpl: cannot read the firmware file " + path +
-                             ": No such file or directory\n" + kNoFirmware);
+      EXPECT_EQ(run.err, kPicked + version + "qrxbpl: cannot read the firmware file " +
+                             LoaderPath(path) + ": " +
+                             (LoaderUnderWine() ? "Path not found." : "No such file or directory") +
+                             "\n" + kNoFirmware);
       EXPECT_TRUE(json["firmware"].is_null());
       EXPECT_EQ(json["libraryStatus"], Json::parse(R"([{"stage": "initialize", "status": 11}])"));
       EXPECT_EQ(json["errors"][0], kNoFirmware.substr(0, kNoFirmware.find('\n')));
     }
-    EXPECT_EQ(json["exitStatus"], run.exitStatus);
+    EXPECT_EQ(json["exitStatus"], readable ? 0 : ReportedFailure());
     EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
     const auto commands = bench.CommandLog();
     ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("uart.snoop")), commands);
@@ -309,32 +309,57 @@ TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
   }
 }
 
-// A run cut short (here killed while it waits for an answer) leaves every
-// packet it had sent or received in the capture, each record whole.
-TEST(LinuxFeatures, CaptureAndReportAreCompleteWhenTheRunIsKilled) {
-  E2eBench bench;
-  bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, BuildTwoBlockImage(kSmallImage, true)));
-  std::vector<std::string> sim = kTlvBoot;
-  sim.insert(sim.end(), {"--fault", "silent@3"});
-  const std::string port = bench.StartTcp(sim);
-  const std::string snoop = bench.Drive().Join("cut.snoop");
-  const ProcessResult run =
-      RunProcess({BuildProduct("src/qrxbpl"), "-i", "3", "-a", "127.0.0.1", "-p", port, "--btsnoop",
-                  snoop, "--report", bench.Drive().Join("cut.json")},
-                 {{"QRXBPL_DRIVE_C", bench.Drive().Path()}}, 1500);
-  EXPECT_EQ(run.exitStatus, -1) << "killed at the time limit";
-  const auto commands = bench.CommandLog();
-  ASSERT_EQ(commands.size(), 3u);
-  const auto received = ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("cut.snoop")), commands);
-  EXPECT_EQ(received.size(), 3u) << "ready event, version answer, one fragment's answer";
-  // The report as of the last milestone reached: the firmware loaded.
-  const Json json = Json::parse(bench.Drive().Read("cut.json"));
-  EXPECT_EQ(json["finished"], false);
-  EXPECT_TRUE(json["exitStatus"].is_null());
-  EXPECT_EQ(json["versionAnswers"].size(), 1u);
-  EXPECT_EQ(json["libraryStatus"], Json::parse(R"([{"stage": "initialize", "status": 0}])"));
-  EXPECT_EQ(json["firmware"]["kind"], "FWDAT");
-  EXPECT_EQ(json["timing"], Json::array());
+// A run cut short (here killed while it waits for an answer that never
+// comes) leaves every packet it had sent or received in the capture, each
+// record whole, the report of the last milestone reached, and on the console
+// everything printed so far: the unfinished line too, which a buffered
+// stream would have held back and lost.
+TEST(LinuxFeatures, NothingIsLostWhenTheRunIsKilled) {
+  struct Case {
+    std::string fault;
+    size_t commands;
+    std::string err;  // after the version read's unfinished line
+    Json versionAnswers;
+    Json libraryStatus;
+    Json firmwareKind;
+  };
+  const std::vector<Case> cases = {
+      {"silent@1", 1, "", Json::array(), Json::array(), nullptr},
+      {"silent@3", 3,
+       "[OK]\nInitialization complete.\nDownloading FWDAT file...\nSend Packet Size = 145 \n"
+       "Send Packet Size = 269 \n",
+       Json::array({"answer"}), Json::parse(R"([{"stage": "initialize", "status": 0}])"), "FWDAT"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.fault);
+    E2eBench bench;
+    bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, BuildTwoBlockImage(kSmallImage, true)));
+    std::vector<std::string> sim = kTlvBoot;
+    sim.insert(sim.end(), {"--fault", c.fault});
+    const std::string port = bench.StartTcp(sim);
+    const std::string snoop = bench.Drive().Join("cut.snoop");
+    ChildProcess loader;
+    ASSERT_TRUE(bench.StartLoader(loader, {"-i", "3", "-a", "127.0.0.1", "-p", port, "--btsnoop",
+                                           snoop, "--report", bench.Drive().Join("cut.json")}));
+    ASSERT_TRUE(bench.WaitForCommands(c.commands));
+    const std::string expected = kPicked + kTcpVersion + c.err;
+    EXPECT_EQ(bench.LoaderErrOnceItReads(loader, expected), expected);
+    loader.Signal(SIGKILL);
+    EXPECT_EQ(loader.WaitExit(5000), -1);
+    EXPECT_EQ(bench.LoaderErrOnceItReads(loader, expected), expected) << "and nothing after it";
+    const auto commands = bench.CommandLog();
+    ASSERT_EQ(commands.size(), c.commands);
+    const auto received =
+        ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("cut.snoop")), commands);
+    EXPECT_EQ(received.size(), c.commands) << "ready event, version answer, fragment answers";
+    const Json json = Json::parse(bench.Drive().Read("cut.json"));
+    EXPECT_EQ(json["finished"], false);
+    EXPECT_TRUE(json["exitStatus"].is_null());
+    EXPECT_EQ(json["versionAnswers"].size(), c.versionAnswers.size());
+    EXPECT_EQ(json["libraryStatus"], c.libraryStatus);
+    EXPECT_EQ(json["firmware"].is_null() ? Json() : json["firmware"]["kind"], c.firmwareKind);
+    EXPECT_EQ(json["timing"], Json::array());
+  }
 }
 
 // On a terminal the loader names the file it loaded and draws a progress
@@ -358,6 +383,8 @@ TEST(LinuxFeatures, ProgressLineOnlyOnATerminal) {
   };
   const auto image = BuildTwoBlockImage(kSmallImage, true);
   for (const Case& c : cases) {
+    // Wine takes a terminal for a console and redraws all output itself.
+    if (c.terminal && LoaderUnderWine()) continue;
     SCOPED_TRACE(std::string(c.uart ? "uart " : "tcp ") + c.option);
     std::string reference;
     ProcessResult run;
@@ -365,23 +392,22 @@ TEST(LinuxFeatures, ProgressLineOnlyOnATerminal) {
     for (const bool withOptions : {false, true}) {
       E2eBench bench;
       bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, image));
-      firmwarePath = bench.Drive().Join(std::string(kFirmwareFolder) + "/qrxfw.dat");
-      std::vector<std::string> argv = {BuildProduct("src/qrxbpl"), "-i"};
+      firmwarePath = bench.SearchedFirmwarePath("qrxfw.dat");
+      std::vector<std::string> args = {"-i"};
       if (c.uart) {
-        argv.insert(argv.end(), {"2", "-p", bench.StartPty(kTlvBoot)});
+        args.insert(args.end(), {"2", "-p", bench.StartPty(kTlvBoot)});
       } else {
-        argv.insert(argv.end(), {"3", "-a", "127.0.0.1", "-p", bench.StartTcp(kTlvBoot)});
+        args.insert(args.end(), {"3", "-a", "127.0.0.1", "-p", bench.StartTcp(kTlvBoot)});
       }
-      if (c.option == "-v") argv.push_back(c.option);
-      const Environment env = {{"QRXBPL_DRIVE_C", bench.Drive().Path()}};
+      if (c.option == "-v") args.push_back(c.option);
       if (!withOptions) {
-        const ProcessResult piped = RunProcess(argv, env);
+        const ProcessResult piped = bench.RunLoader(args);
         ASSERT_EQ(piped.exitStatus, 0);
         reference = MaskTimes(piped.err);
         continue;
       }
-      if (c.option.starts_with("--")) argv.push_back(c.option);
-      run = RunProcess(argv, env, 60000, c.terminal ? ErrTo::kTerminal : ErrTo::kPipe);
+      if (c.option.starts_with("--")) args.push_back(c.option);
+      run = bench.RunLoader(args, {}, c.terminal ? ErrTo::kTerminal : ErrTo::kPipe);
     }
     EXPECT_EQ(run.exitStatus, 0);
     std::string clean;
