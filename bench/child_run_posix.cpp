@@ -104,7 +104,9 @@ int TimedRunMain(int argc, char** argv) {
   while (wait4(pid, &status, 0, &usage) < 0) {
   }
   const int64_t wall = NowNs() - start;
-  auto ns = [](const timeval& t) { return static_cast<long long>(t.tv_sec) * 1000000000LL + t.tv_usec * 1000LL; };
+  auto ns = [](const timeval& t) {
+    return static_cast<long long>(t.tv_sec) * 1000000000LL + t.tv_usec * 1000LL;
+  };
   std::printf("%d %lld %lld %lld\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
               static_cast<long long>(wall), static_cast<long long>(usage.ru_maxrss),
               ns(usage.ru_utime) + ns(usage.ru_stime));

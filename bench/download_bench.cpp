@@ -10,10 +10,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -176,7 +176,12 @@ class Bench {
       const std::string line =
           FirstLine(*sims.back(), {"--once", "--profile", "tlv-boot", "--pty", "--paced",
                                    "--latency", std::to_string(row.latencyMs)});
-      std::vector<std::string> loader = {Program("src/qrxbpl"), "-i", "2", "-h", "2", "-p",
+      std::vector<std::string> loader = {Program("src/qrxbpl"),
+                                         "-i",
+                                         "2",
+                                         "-h",
+                                         "2",
+                                         "-p",
                                          line.substr(line.find_last_of(' ') + 1)};
       if (row.rate != kPowerOnRate) loader.insert(loader.end(), {"-r", std::to_string(row.rate)});
       if (row.noCommandComplete) loader.push_back("-nocc");
@@ -207,7 +212,8 @@ class Bench {
       const std::string rest = sim->ReadAll(kSimulatorEndMs);
       const size_t at = rest.find("qrxvps: wire ");
       long long ns = 0;
-      if (at == std::string::npos || std::sscanf(rest.c_str() + at, "qrxvps: wire %lld", &ns) != 1) {
+      if (at == std::string::npos ||
+          std::sscanf(rest.c_str() + at, "qrxvps: wire %lld", &ns) != 1) {
         ok = false;
       }
       wireNs = std::max<int64_t>(wireNs, ns);
@@ -304,13 +310,13 @@ void PrintPacedTable(const std::vector<PacedRow>& rows) {
                   row.rate, row.failed ? "failed" : "skipped");
       continue;
     }
-    std::printf("| %s | %s | %u | %.0f | %.0f | %lld | %.0f | %.3f | %.1f |\n", row.name.c_str(),
-                row.image->label.c_str(), row.rate, static_cast<double>(row.wallNs) / 1e6,
-                static_cast<double>(row.wireNs) / 1e6, static_cast<long long>(row.FixedWaitsMs()),
-                static_cast<double>(row.FloorNs()) / 1e6,
-                static_cast<double>(row.wallNs) / static_cast<double>(row.FloorNs()),
-                static_cast<double>(row.cpuNs) / 1e3 /
-                    static_cast<double>(row.image->fragments.size()));
+    std::printf(
+        "| %s | %s | %u | %.0f | %.0f | %lld | %.0f | %.3f | %.1f |\n", row.name.c_str(),
+        row.image->label.c_str(), row.rate, static_cast<double>(row.wallNs) / 1e6,
+        static_cast<double>(row.wireNs) / 1e6, static_cast<long long>(row.FixedWaitsMs()),
+        static_cast<double>(row.FloorNs()) / 1e6,
+        static_cast<double>(row.wallNs) / static_cast<double>(row.FloorNs()),
+        static_cast<double>(row.cpuNs) / 1e3 / static_cast<double>(row.image->fragments.size()));
   }
 }
 
@@ -352,11 +358,13 @@ void PrintGoals(const std::vector<PacedRow>& rows) {
   const PacedRow* tray = find("8 in parallel, -r 3000000", "1 MiB");
   if (alone != nullptr && tray != nullptr) {
     const double r = static_cast<double>(tray->wallNs) / static_cast<double>(alone->wallNs);
-    std::printf("- 8 loaders in parallel, wall x one alone <= 1.20: %.3f, %s; loader CPU "
-                "per fragment %.1f us in parallel, %.1f us alone\n",
-                r, r <= 1.2 ? "met" : "missed",
-                static_cast<double>(tray->cpuNs) / 1e3 / static_cast<double>(tray->image->fragments.size()),
-                static_cast<double>(alone->cpuNs) / 1e3 / static_cast<double>(alone->image->fragments.size()));
+    std::printf(
+        "- 8 loaders in parallel, wall x one alone <= 1.20: %.3f, %s; loader CPU "
+        "per fragment %.1f us in parallel, %.1f us alone\n",
+        r, r <= 1.2 ? "met" : "missed",
+        static_cast<double>(tray->cpuNs) / 1e3 / static_cast<double>(tray->image->fragments.size()),
+        static_cast<double>(alone->cpuNs) / 1e3 /
+            static_cast<double>(alone->image->fragments.size()));
   }
 }
 
@@ -435,22 +443,23 @@ int main(int argc, char** argv) {
     for (const Image* image : {&quarter, &medium}) {
       if (rate == kPowerOnRate && image == &medium && !slowRows) continue;
       for (const bool noCc : {false, true}) {
-        const std::string name = (rate == kPowerOnRate ? std::string("115200")
-                                                       : "-r " + std::to_string(rate)) +
-                                 (noCc ? " -nocc" : "");
+        const std::string name =
+            (rate == kPowerOnRate ? std::string("115200") : "-r " + std::to_string(rate)) +
+            (noCc ? " -nocc" : "");
         paced.push_back({name, image, rate, noCc});
       }
     }
   }
   for (const uint32_t latency : {1u, 16u}) {
     for (const bool noCc : {false, true}) {
-      const std::string name =
-          "-r 3000000" + std::string(noCc ? " -nocc" : "") + ", --latency " + std::to_string(latency);
+      const std::string name = "-r 3000000" + std::string(noCc ? " -nocc" : "") + ", --latency " +
+                               std::to_string(latency);
       paced.push_back({name, &quarter, 3000000, noCc, latency});
     }
   }
   paced.push_back({"8 in parallel, -r 3000000", &medium, 3000000, false, 0, kParallelLoaders});
-  std::fprintf(stderr, "bench: %zu paced rows (%s=1 adds the 1 MiB rows at 115200 bit/s, ~95 s each)\n",
+  std::fprintf(stderr,
+               "bench: %zu paced rows (%s=1 adds the 1 MiB rows at 115200 bit/s, ~95 s each)\n",
                paced.size(), kSlowRowsVariable);
   for (int round = 0; round < kPacedRounds; ++round) {
     for (PacedRow& row : paced) {
@@ -474,8 +483,9 @@ int main(int argc, char** argv) {
       kPacedRounds, static_cast<long long>(kLongRowMs / 1000));
   PrintPacedTable(paced);
   PrintGoals(paced);
-  const bool allOk = std::all_of(rows.begin(), rows.end(), [](const Row& r) { return !r.failed; }) &&
-                     std::none_of(paced.begin(), paced.end(), [](const PacedRow& r) { return r.failed; });
+  const bool allOk =
+      std::all_of(rows.begin(), rows.end(), [](const Row& r) { return !r.failed; }) &&
+      std::none_of(paced.begin(), paced.end(), [](const PacedRow& r) { return r.failed; });
   if (!allOk) return 1;
   fs::remove_all(work);
   return 0;

@@ -53,9 +53,10 @@ int main(int argc, char** argv) {
     qrx::ConsolePrintf("qrxvps: cannot write %s\n", options.logPath.c_str());
     return kExitFailure;
   }
-  SessionSettings settings{options.controller, options.faults,
-                           options.logPath.empty() ? nullptr : &log, options.once,
-                           options.delayedAck, options.paced, options.latencyMs};
+  SessionSettings settings{
+      options.controller, options.faults,     options.logPath.empty() ? nullptr : &log,
+      options.once,       options.delayedAck, options.paced,
+      options.latencyMs};
   std::atomic<bool> stop{false};
   InstallStopSignals(&stop);
 

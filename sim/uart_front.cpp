@@ -199,8 +199,7 @@ class PacedSession {
 
 }  // namespace
 
-int ServePacedUart(PtyLine& line, const SessionSettings& settings,
-                   const std::atomic<bool>& stop) {
+int ServePacedUart(PtyLine& line, const SessionSettings& settings, const std::atomic<bool>& stop) {
   PtyLine::UsePreciseTimers();
   const int64_t latencyNs = int64_t{settings.latencyMs} * kNsPerMs;
   std::optional<PacedSession> session;
@@ -223,15 +222,16 @@ int ServePacedUart(PtyLine& line, const SessionSettings& settings,
     const int64_t now = NowNs();
     PtyLine::State state = PtyLine::State::kHostAbsent;
     if (!hostGone) {
-      state = session ? line.WaitNs(session->WaitNs(now), session->WantsHostBytes(now))
-                      : line.Wait(0);
+      state =
+          session ? line.WaitNs(session->WaitNs(now), session->WantsHostBytes(now)) : line.Wait(0);
     }
     if (state == PtyLine::State::kError) return 1;
     if (state == PtyLine::State::kHostAbsent) {
       if (session) {
         // What the host wrote before it left still reaches the controller
         // (and its log); nobody hears the answers.
-        for (long count; line.Wait(0) == PtyLine::State::kData && (count = line.Read(buffer)) > 0;) {
+        for (long count;
+             line.Wait(0) == PtyLine::State::kData && (count = line.Read(buffer)) > 0;) {
           session->Hear(std::span<const uint8_t>(buffer.data(), count), NowNs(), line.HostRate());
         }
         StdoutPrintf("qrxvps: host closed the line at %u bit/s\n", line.HostRate());

@@ -19,7 +19,6 @@ int ServeUart(PtyLine& line, const SessionSettings& settings, const std::atomic<
 // and its answers reach the host, only once they could have crossed the wire
 // at the rate of the moment, plus settings.latencyMs each way. Each session
 // ends with a line of the wire time and bytes it carried.
-int ServePacedUart(PtyLine& line, const SessionSettings& settings,
-                   const std::atomic<bool>& stop);
+int ServePacedUart(PtyLine& line, const SessionSettings& settings, const std::atomic<bool>& stop);
 
 }  // namespace qrx::sim

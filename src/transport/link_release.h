@@ -31,8 +31,8 @@ void HoldSocketLink(intptr_t socket);
 void LetGoSocketLink(intptr_t socket);
 
 // Gives back every held link with calls that are safe in a signal handler: a
-// serial driver's kept settings put back, the line at the power-on rate, its exclusivity cleared, its lock
-// dropped and its device closed; a socket closed.
+// serial driver's kept settings put back, the line at the power-on rate, its exclusivity cleared,
+// its lock dropped and its device closed; a socket closed.
 void ReleaseHeldLinksInSignalHandler();
 
 // The system's half, one per link kind (serial_device_*.cpp, tcp_socket_*.cpp):

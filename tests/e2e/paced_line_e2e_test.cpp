@@ -44,8 +44,8 @@ Wire ParseClosing(const std::string& text) {
   const std::string lead = "qrxvps: host closed the line at 115200 bit/s\n";
   EXPECT_EQ(text.rfind(lead, 0), 0u) << text;
   if (std::sscanf(text.c_str() + std::min(text.size(), lead.size()),
-                  "qrxvps: wire %lld ns, %llu bytes to the controller, %llu bytes to the host",
-                  &ns, &toController, &toHost) != 3) {
+                  "qrxvps: wire %lld ns, %llu bytes to the controller, %llu bytes to the host", &ns,
+                  &toController, &toHost) != 3) {
     ADD_FAILURE() << text;
   }
   return {ns, toController, toHost};
@@ -68,9 +68,17 @@ TEST(PacedLine, ADownloadPrintsWhatThePlainLinePrintsAndTakesTheWireTime) {
     int64_t latencyWaitsMs;  // awaited answers x latency both ways
   } cases[] = {
       {"115200", 16384, {}, 0, kSleepsMs, 0},
-      {"3000000 -nocc", 300, {"-r", "3000000", "-nocc"}, 0,
-       kSleepsMs + kRateSwitchSleepsMs + kNoCompleteSleepMs, 0},
-      {"3000000 --latency 40", 300, {"-r", "3000000"}, 40, kSleepsMs + kRateSwitchSleepsMs,
+      {"3000000 -nocc",
+       300,
+       {"-r", "3000000", "-nocc"},
+       0,
+       kSleepsMs + kRateSwitchSleepsMs + kNoCompleteSleepMs,
+       0},
+      {"3000000 --latency 40",
+       300,
+       {"-r", "3000000"},
+       40,
+       kSleepsMs + kRateSwitchSleepsMs,
        kAwaitedSecureSends * 2 * 40},
   };
   for (const auto& c : cases) {
@@ -88,8 +96,7 @@ TEST(PacedLine, ADownloadPrintsWhatThePlainLinePrintsAndTakesTheWireTime) {
     const ProcessResult plain = run({}, plainBench);
     E2eBench bench;
     const auto start = std::chrono::steady_clock::now();
-    const ProcessResult paced =
-        run({"--paced", "--latency", std::to_string(c.latencyMs)}, bench);
+    const ProcessResult paced = run({"--paced", "--latency", std::to_string(c.latencyMs)}, bench);
     const int64_t wallNs = (std::chrono::steady_clock::now() - start).count();
     EXPECT_EQ(paced.exitStatus, 0) << paced.err;
     EXPECT_EQ(MaskTimes(paced.err), MaskTimes(plain.err));
@@ -99,7 +106,8 @@ TEST(PacedLine, ADownloadPrintsWhatThePlainLinePrintsAndTakesTheWireTime) {
     EXPECT_EQ(wire.toController, LoggedCommandBytes(bench.CommandLog()));
     if (c.loader.empty()) {
       // One rate throughout: every byte took its 10 bit times.
-      const double expectedNs = static_cast<double>(wire.toController + wire.toHost) * 10e9 / 115200;
+      const double expectedNs =
+          static_cast<double>(wire.toController + wire.toHost) * 10e9 / 115200;
       EXPECT_NEAR(static_cast<double>(wire.ns), expectedNs, expectedNs * 1e-3);
     }
     EXPECT_GE(wallNs, wire.ns + (c.sleepsMs + c.latencyWaitsMs) * kNsPerMs);
@@ -119,7 +127,8 @@ TEST(PacedLine, EightLoadersInParallelAllComplete) {
     std::vector<std::string> sim = {"--paced"};
     sim.insert(sim.end(), kSim.begin(), kSim.end());
     const std::string pty = benches[i]->StartPty(sim);
-    ASSERT_TRUE(benches[i]->StartLoader(loaders[i], {"-i", "2", "-h", "2", "-p", pty, "-r", "3000000"}));
+    ASSERT_TRUE(
+        benches[i]->StartLoader(loaders[i], {"-i", "2", "-h", "2", "-p", pty, "-r", "3000000"}));
   }
   std::string first;
   for (size_t i = 0; i < kLoaders; ++i) {
