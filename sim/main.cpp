@@ -53,9 +53,10 @@ int main(int argc, char** argv) {
     qrx::ConsolePrintf("qrxvps: cannot write %s\n", options.logPath.c_str());
     return kExitFailure;
   }
-  SessionSettings settings{options.controller, options.faults,
-                           options.logPath.empty() ? nullptr : &log, options.once,
-                           options.delayedAck};
+  SessionSettings settings{
+      options.controller, options.faults,     options.logPath.empty() ? nullptr : &log,
+      options.once,       options.delayedAck, options.paced,
+      options.latencyMs};
   std::atomic<bool> stop{false};
   InstallStopSignals(&stop);
 
@@ -78,5 +79,5 @@ int main(int argc, char** argv) {
   }
   qrx::StdoutPrintf("qrxvps: pty %s\n", line.SlavePath().c_str());
   qrx::StdoutFlush();
-  return ServeUart(line, settings, stop);
+  return settings.paced ? ServePacedUart(line, settings, stop) : ServeUart(line, settings, stop);
 }

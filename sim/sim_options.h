@@ -24,6 +24,8 @@ struct SimOptions {
   std::string logPath;
   bool once = false;
   bool delayedAck = false;
+  bool paced = false;      // pty: bytes no faster than the line rate
+  uint32_t latencyMs = 0;  // pty, paced: fixed delay each way
   bool printKey = false;
   bool help = false;
 };

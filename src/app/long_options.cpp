@@ -41,19 +41,25 @@ bool ApplyReport(const char* value) {
   return true;
 }
 
+bool ApplyNoLowLatency(const char*) {
+  g_runOptions.noLowLatency = true;
+  return true;
+}
+
 struct LongOption {
   const char* name;
   bool takesValue;
   bool (*apply)(const char* value);
 };
 
-constexpr std::array<LongOption, 6> kLongOptions = {{
+constexpr std::array<LongOption, 7> kLongOptions = {{
     {"--tcp-nodelay", false, ApplyTcpNoDelay},
     {"--firmware", true, ApplyFirmwareFile},
     {"--progress", false, ApplyProgressOn},
     {"--no-progress", false, ApplyProgressOff},
     {"--btsnoop", true, ApplyBtsnoop},
     {"--report", true, ApplyReport},
+    {"--no-low-latency", false, ApplyNoLowLatency},
 }};
 
 // Variables that switch an option on when set to "1".

@@ -46,6 +46,7 @@ struct RunOptions {
   ProgressMode progress = ProgressMode::kAuto;  // --progress, --no-progress
   const char* btsnoopPath = nullptr;            // --btsnoop FILE
   const char* reportPath = nullptr;             // --report FILE
+  bool noLowLatency = false;                    // --no-low-latency
 };
 
 extern RunOptions g_runOptions;
