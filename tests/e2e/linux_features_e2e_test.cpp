@@ -341,7 +341,7 @@ TEST(LinuxFeatures, CaptureAndReportAreCompleteWhenTheRunIsKilled) {
 
 // RTS is held low while both ends change rate and raised again after, or a
 // controller with hardware flow control could not answer; the failed run's
-// return to 115200 does the same. A pseudo-terminal has no modem lines, so
+// return to 115200 (no firmware here) does the same. A pseudo-terminal has no modem lines, so
 // the requests are read from a system call trace.
 TEST(LinuxFeatures, RtsIsRaisedAgainAfterEachRateSwitch) {
   if (!std::filesystem::exists("/usr/bin/strace")) GTEST_SKIP() << "needs strace";
@@ -359,6 +359,7 @@ TEST(LinuxFeatures, RtsIsRaisedAgainAfterEachRateSwitch) {
     for (const auto& [request, step] : kSteps) steps += line.find(request) != line.npos ? step : "";
   }
   EXPECT_EQ(steps, "rate low rate high low rate high ");
+  EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
 }
 
 // On a terminal the loader names the file it loaded and draws a progress

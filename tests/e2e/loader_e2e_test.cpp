@@ -373,17 +373,6 @@ Download complete.
   EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
 }
 
-TEST(LoaderEndToEnd, UartRateIsRestoredAfterAFailedDownload) {
-  E2eBench bench;
-  const std::string pty = bench.StartPty({"--profile", "legacy-boot"});
-  ExpectRun(bench.RunLoader({"-i", "2", "-h", "1", "-p", pty, "-r", "3000000"}), 255, "",
-            kPicked + kUartVersion + "[OK]\n" + kUartBoot + R"T([OK]
-CMD: Change Baud Rate (3000000)          [OK]
-Setting Local Baud Rate to (3000000)     [OK]
-)T" + kNoFirmware);
-  EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
-}
-
 // The vendor exchanges and both links against a misbehaving controller. No
 // firmware is installed, so a run that gets through ends at the search.
 TEST(LoaderEndToEnd, VendorExchangesOverBothLinksWithFaults) {
