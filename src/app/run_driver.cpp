@@ -65,7 +65,6 @@ bool InBootloader(const VersionData& version) {
              : version.bytes[kLegacyFirmwareVariantIndex] == kLegacyFirmwareVariantBootloader;
 }
 
-
 // "COM3" gives 3; -1 when no number follows the first three characters.
 // Numbers beyond 32 bits saturate rather than overflow: no such port exists.
 int32_t ComPortNumber(const char* portName) {

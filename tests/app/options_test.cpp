@@ -1,6 +1,4 @@
 #include "app/options.h"
-#include "app/rate_tables.h"
-#include "app/run_driver.h"
 
 #include <gtest/gtest.h>
 
@@ -8,6 +6,8 @@
 #include <tuple>
 #include <vector>
 
+#include "app/rate_tables.h"
+#include "app/run_driver.h"
 #include "hci/vendor_commands.h"
 #include "platform/byte_order.h"
 #include "platform/console.h"
@@ -163,10 +163,9 @@ TEST(ParseCommandLine, PrintsAndStoresExactlyWhatEachArgumentListCallsFor) {
 // for the ASIC row that keeps the code it had.
 TEST(MapBaudRate, GivesEachListedRateItsCodeAndAnyOtherTheDefault) {
   constexpr std::tuple<uint32_t, int, int> kRows[] = {
-      {230400, 5, 5},    {460800, 6, 6},    {921600, 7, 7},    {1843200, 8, 8},
-      {3250000, 9, 9},   {3000000, 10, 11}, {2000000, -1, 10}, {3686400, -1, 12},
-      {3714286, -1, 12}, {4333333, -1, 13}, {6500000, -1, 14}, {6000000, -1, 0},
-      {115200, -1, -1}};
+      {230400, 5, 5},    {460800, 6, 6},    {921600, 7, 7},    {1843200, 8, 8},   {3250000, 9, 9},
+      {3000000, 10, 11}, {2000000, -1, 10}, {3686400, -1, 12}, {3714286, -1, 12}, {4333333, -1, 13},
+      {6500000, -1, 14}, {6000000, -1, 0},  {115200, -1, -1}};
   for (const auto& [listed, fpga, asic] : kRows) {
     for (const uint32_t rate : {listed - 1, listed, listed + 1}) {
       for (const int32_t host : {kHostInterfaceFpga, kHostInterfaceAsic}) {
@@ -184,8 +183,8 @@ TEST(MapBaudRate, GivesEachListedRateItsCodeAndAnyOtherTheDefault) {
 // parameters; variant 0x0B only from revision (byte 9) 0x10.
 TEST(WantsSecureBootParams, FromVariant0x11OrVariant0x0BRevision0x10) {
   const std::pair<std::array<uint8_t, 2>, bool> kCases[] = {
-      {{0x10, 0xFF}, false}, {{0x11, 0x00}, true},  {{0xFF, 0x00}, true},  {{0x0A, 0xFF}, false},
-      {{0x0B, 0x0F}, false}, {{0x0B, 0x10}, true},  {{0x0C, 0x10}, false}};
+      {{0x10, 0xFF}, false}, {{0x11, 0x00}, true}, {{0xFF, 0x00}, true}, {{0x0A, 0xFF}, false},
+      {{0x0B, 0x0F}, false}, {{0x0B, 0x10}, true}, {{0x0C, 0x10}, false}};
   for (const auto& [bytes, wanted] : kCases) {
     std::array<uint8_t, kEventBufferSize> event{};
     event[8] = bytes[0], event[9] = bytes[1];
@@ -197,8 +196,8 @@ TEST(WantsSecureBootParams, FromVariant0x11OrVariant0x0BRevision0x10) {
 // anywhere in it, in the order .dat, .sfi, .bseq; any other is refused.
 TEST(FirmwareTypeFromName, FirstKnownExtensionAnywhereInThePath) {
   const std::pair<const char*, std::string> kNames[] = {
-      {"fw.dat", "FWDAT"}, {"x.sfi", "SFI"}, {"x.bseq", "BSEQ"}, {"a.bseq/x.sfi", "SFI"},
-      {"a.sfi.dat", "FWDAT"}, {"x.bin", "none"}};
+      {"fw.dat", "FWDAT"},     {"x.sfi", "SFI"},       {"x.bseq", "BSEQ"},
+      {"a.bseq/x.sfi", "SFI"}, {"a.sfi.dat", "FWDAT"}, {"x.bin", "none"}};
   for (const auto& [path, name] : kNames) {
     FirmwareFileType type{};
     EXPECT_EQ(FirmwareTypeFromName(path, type) ? FirmwareTypeName(type) : "none", name) << path;

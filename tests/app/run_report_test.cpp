@@ -82,7 +82,7 @@ TEST(ProgressLine, ShowsTheRateInKilobitsPerSecond) {
   ProgressBegin(6000);
   SleepMilliseconds(300);
   ProgressUpdate(3000);
-  const double seconds = static_cast<double>(PerformanceCounter() - before) / PerformanceFrequency();
+  const auto seconds = static_cast<double>(PerformanceCounter() - before) / PerformanceFrequency();
   ProgressEnd();
   g_runOptions = RunOptions{};
   double kbits = 0;

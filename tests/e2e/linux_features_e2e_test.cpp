@@ -354,8 +354,9 @@ TEST(LinuxFeatures, RtsIsRaisedAgainAfterEachRateSwitch) {
   std::istringstream lines(bench.Drive().Read("ioctl.trace"));
   std::string steps;
   for (std::string line; std::getline(lines, line);) {
-    const std::pair<const char*, const char*> kSteps[] = {
-        {"TCSETS2,", "rate "}, {"TIOCMBIC, [TIOCM_RTS]", "low "}, {"TIOCMBIS, [TIOCM_RTS]", "high "}};
+    const std::pair<const char*, const char*> kSteps[] = {{"TCSETS2,", "rate "},
+                                                          {"TIOCMBIC, [TIOCM_RTS]", "low "},
+                                                          {"TIOCMBIS, [TIOCM_RTS]", "high "}};
     for (const auto& [request, step] : kSteps) steps += line.find(request) != line.npos ? step : "";
   }
   EXPECT_EQ(steps, "rate low rate high low rate high ");

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <string>
 #include <thread>
 #include <utility>
@@ -14,6 +13,7 @@
 #include "fwlib/firmware_location.h"
 #include "fwlib/image_key.h"
 #include "fwlib_fixture.h"
+#include "platform/clock.h"
 
 namespace qrx::test {
 namespace {
@@ -96,7 +96,7 @@ TEST_F(Initialize, PassesOverAFifoWithoutWaiting) {
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   std::atomic<bool> done = false, stalled = false;
   std::thread writer([&] {
-    for (int i = 0; i < 200 && !done; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    for (int i = 0; i < 200 && !done; ++i) SleepMilliseconds(10);
     const int fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);  // succeeds only with a reader
     if (fd >= 0) stalled = !done, ::close(fd);
   });

@@ -5,8 +5,8 @@
 #include "app/rate_tables.h"
 #include "image/fw_image.h"
 #include "model/line_rate.h"
-#include "run/run_options.h"
 #include "platform/byte_order.h"
+#include "run/run_options.h"
 #include "support/secure_sends.h"
 
 namespace qrx::sim {
