@@ -65,13 +65,6 @@ bool InBootloader(const VersionData& version) {
              : version.bytes[kLegacyFirmwareVariantIndex] == kLegacyFirmwareVariantBootloader;
 }
 
-// The raw event bytes are read whichever form the answer has; intended.
-bool WantsSecureBootParams(const std::array<uint8_t, kEventBufferSize>& event) {
-  const uint8_t probe = event[kSecureBootProbeByte];
-  if (probe == 0x0B && event[kSecureBootProbeNextByte] >= 0x10) return true;
-  return probe >= 0x11;
-}
-
 // "COM3" gives 3; -1 when no number follows the first three characters.
 // Numbers beyond 32 bits saturate rather than overflow: no such port exists.
 int32_t ComPortNumber(const char* portName) {
@@ -198,6 +191,13 @@ bool DownloadOverOpenLink(RunLink& link, const RunOptions& options) {
 }
 
 }  // namespace
+
+// The raw event bytes are read whichever form the answer has; intended.
+bool WantsSecureBootParams(const std::array<uint8_t, kEventBufferSize>& event) {
+  const uint8_t probe = event[kSecureBootProbeByte];
+  if (probe == 0x0B && event[kSecureBootProbeNextByte] >= 0x10) return true;
+  return probe >= 0x11;
+}
 
 bool RunDownload() {
   const RunOptions& options = g_runOptions;

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <sstream>
 
 #include "e2e/e2e_bench.h"
 #include "platform/byte_order.h"
@@ -360,6 +362,30 @@ TEST(LinuxFeatures, NothingIsLostWhenTheRunIsKilled) {
     EXPECT_EQ(json["firmware"].is_null() ? Json() : json["firmware"]["kind"], c.firmwareKind);
     EXPECT_EQ(json["timing"], Json::array());
   }
+}
+
+// RTS is held low while both ends change rate and raised again after, or a
+// controller with hardware flow control could not answer; the failed run's
+// return to 115200 (no firmware here) does the same. A pseudo-terminal has no modem lines, so
+// the requests are read from a system call trace.
+TEST(LinuxFeatures, RtsIsRaisedAgainAfterEachRateSwitch) {
+  if (!std::filesystem::exists("/usr/bin/strace")) GTEST_SKIP() << "needs strace";
+  E2eBench bench;
+  const std::string trace = bench.Drive().Join("ioctl.trace");
+  RunProcess({"/usr/bin/strace", "-o", trace, "-e", "trace=ioctl", "-e", "signal=none",
+              BuildProduct("src/qrxbpl"), "-i", "2", "-h", "2", "-p", bench.StartPty(kTlvBoot),
+              "-r", "3000000"},
+             {{"QRXBPL_DRIVE_C", bench.Drive().Path()}}, 20000);
+  std::istringstream lines(bench.Drive().Read("ioctl.trace"));
+  std::string steps;
+  for (std::string line; std::getline(lines, line);) {
+    const std::pair<const char*, const char*> kSteps[] = {{"TCSETS2,", "rate "},
+                                                          {"TIOCMBIC, [TIOCM_RTS]", "low "},
+                                                          {"TIOCMBIS, [TIOCM_RTS]", "high "}};
+    for (const auto& [request, step] : kSteps) steps += line.find(request) != line.npos ? step : "";
+  }
+  EXPECT_EQ(steps, "rate low rate high low rate high ");
+  EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
 }
 
 // On a terminal the loader names the file it loaded and draws a progress
