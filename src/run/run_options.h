@@ -46,6 +46,7 @@ struct RunOptions {
   ProgressMode progress = ProgressMode::kAuto;  // --progress, --no-progress
   const char* btsnoopPath = nullptr;            // --btsnoop FILE
   const char* reportPath = nullptr;             // --report FILE
+  uint32_t tcpReadTimeoutMs = 0;                // --tcp-timeout S, QRXBPL_TCP_TIMEOUT; 0: none
 };
 
 extern RunOptions g_runOptions;
