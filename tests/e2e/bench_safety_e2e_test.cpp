@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -50,12 +49,12 @@ struct SignalCase {
 // The reader of the console goes away mid-download, as `| head` does: the
 // loader goes on to its end and exits as the download went.
 ProcessResult RunIntoAReaderThatQuits(const E2eBench& bench, const std::vector<std::string>& args) {
-  std::string command = "{ '" + BuildProduct("src/qrxbpl") + "'";
-  for (const std::string& arg : args) command += " '" + arg + "'";
   const std::string status = bench.Drive().Join("status");
-  command += " --progress; echo $? >'" + status + "'; } 2>&1 | head -c 400 >/dev/null";
-  ProcessResult run =
-      RunProcess({"/bin/sh", "-c", command}, {{"QRXBPL_DRIVE_C", bench.Drive().Path()}});
+  std::vector<std::string> argv = {
+      "/bin/sh", "-c", "{ \"$@\" --progress; echo $? >" + status + "; } 2>&1 | head -c 400", "sh",
+      BuildProduct("src/qrxbpl")};
+  argv.insert(argv.end(), args.begin(), args.end());
+  ProcessResult run = RunProcess(argv, {{"QRXBPL_DRIVE_C", bench.Drive().Path()}});
   run.exitStatus = std::atoi(bench.Drive().Read("status").c_str());
   return run;
 }
@@ -227,73 +226,49 @@ The firmware download cannot proceed because the controller has become unrespons
 )T");
 }
 
-// A server that takes connections (the system's backlog does) and never says a word.
-class SilentServer {
- public:
-  SilentServer() : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    EXPECT_TRUE(fd_ >= 0 && bind(fd_, generic, length) == 0 && listen(fd_, 4) == 0 &&
-                getsockname(fd_, generic, &length) == 0);
-    port_ = std::to_string(ntohs(address.sin_port));
-  }
-  ~SilentServer() { close(fd_); }
-  const std::string& Port() const { return port_; }
-
- private:
-  int fd_;
-  std::string port_;
-};
-
 // Over TCP every read waits for the server as designed; a test station bounds
 // each read, by option or variable, and the run then fails as any failed read
-// does. A bound that is no number of seconds is refused before anything starts.
+// does. A bound that is no number of seconds, or a report that cannot be
+// written, is refused before anything starts (the option parser's first line
+// included).
 TEST(BenchSafety, ATcpReadTimeOutEndsARunAgainstASilentServer) {
   const std::string failedRead =
       kPicked + R"T(CMD: Read Norix Version                  ERROR: unable to read data from device
 [FAIL] Read event failed
 The firmware download cannot proceed because the controller has become unresponsive. Please try power-cycling the controller and/or reissuing the command.
 )T";
-  const std::string failedReadOut =
-      "ERROR: Failed to read data from socket error: 11\nFinished sending. Closing socket.\n";
+  const std::string refused = "qrxbpl: the TCP read time-out must be whole seconds from 1 to 86400";
   struct Case {
     std::vector<std::string> more;
     Environment env;
     std::string err;
-    std::string out;
   };
   const std::vector<Case> cases = {
-      {{"--tcp-timeout", "1"}, {}, failedRead, failedReadOut},
-      {{}, {{"QRXBPL_TCP_TIMEOUT", "1"}}, failedRead, failedReadOut},
+      {{"--tcp-timeout", "1"}, {}, failedRead},
       // The option wins over the variable.
-      {{"--tcp-timeout", "1"}, {{"QRXBPL_TCP_TIMEOUT", "86400"}}, failedRead, failedReadOut},
-      {{"--tcp-timeout", "0"},
+      {{"--tcp-timeout", "1"}, {{"QRXBPL_TCP_TIMEOUT", "86400"}}, failedRead},
+      {{}, {{"QRXBPL_TCP_TIMEOUT", "1"}}, failedRead},
+      {{"--tcp-timeout", "0"}, {}, refused + ", not '0'\n"},
+      {{}, {{"QRXBPL_TCP_TIMEOUT", "2s"}}, refused + ", not '2s'\n"},
+      {{"--report", "missing/run.json"},
        {},
-       "qrxbpl: the TCP read time-out must be whole seconds from 1 to 86400, not '0'\n",
-       ""},
-      {{},
-       {{"QRXBPL_TCP_TIMEOUT", "2s"}},
-       "qrxbpl: the TCP read time-out must be whole seconds from 1 to 86400, not '2s'\n",
-       ""},
+       "qrxbpl: cannot write the report missing/run.json: No such file or directory\n"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.more.empty() ? c.env[0].second : c.more[1]);
     E2eBench bench;
-    SilentServer server;
-    std::vector<std::string> args = {"-i", "3", "-a", "127.0.0.1", "-p", server.Port()};
-    args.insert(args.end(), c.more.begin(), c.more.end());
+    const RefusingPort silent(true);
+    std::vector<std::string> args = {"-i", "3", "-a", "127.0.0.1", "-p", silent.PortText()};
     const std::string report = bench.Drive().Join("run.json");
     args.insert(args.end(), {"--report", report});
-    const auto started = std::chrono::steady_clock::now();
+    args.insert(args.end(), c.more.begin(), c.more.end());
     const ProcessResult run = bench.RunLoader(args, c.env);
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(10));
     EXPECT_EQ(run.exitStatus, 255);
     EXPECT_EQ(run.err, c.err);
-    EXPECT_EQ(run.out, c.out);
-    if (c.out.empty()) continue;  // refused before the report began
+    if (c.err != failedRead) continue;  // refused before the report began
+    EXPECT_EQ(
+        run.out,
+        "ERROR: Failed to read data from socket error: 11\nFinished sending. Closing socket.\n");
     ExpectReportMatchesSchema(report);
   }
 }

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <nlohmann/json.hpp>
 #include <regex>
 
@@ -133,25 +132,12 @@ std::vector<std::string> TakeStatusLines(const std::string& terminal, std::strin
   return draws;
 }
 
-// The time now in the report's form, to the second: "2026-01-31T12:00:00".
-std::string UtcNow() {
-  const std::time_t now = std::time(nullptr);
-  std::tm utc{};
-  gmtime_r(&now, &utc);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &utc);
-  return text;
-}
-
-// Who made the report, where and when: started no earlier than `before`.
-void ExpectRunFacts(const Json& json, const std::string& before) {
+// Who made the report and where.
+void ExpectRunFacts(const Json& json) {
   EXPECT_EQ(json["version"], QRX_VERSION);
   char host[256] = {};
   gethostname(host, sizeof host - 1);
   EXPECT_EQ(json["host"], host);
-  const std::string started = json["started"].get<std::string>().substr(0, before.size());
-  EXPECT_LE(before, started);
-  EXPECT_LE(started, UtcNow());
 }
 
 TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
@@ -240,7 +226,6 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   const auto container = Container(kTlvBoot, image);
   bench.PutFirmware("qrxfw.dat", container);
   const std::string snoop = bench.Drive().Join("run.snoop");
-  const std::string before = UtcNow();
   const ProcessResult run =
       bench.RunTcp({"--profile", "tlv-boot", "--fault", "failed-completion"},
                    {"--btsnoop", snoop, "--report", bench.Drive().Join("run.json")});
@@ -290,7 +275,7 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   EXPECT_EQ(json["link"], "127.0.0.1:" + json["arguments"][5].get<std::string>());
   EXPECT_EQ(json["capture"],
             Json({{"path", snoop}, {"records", records.size()}, {"stopped", nullptr}}));
-  ExpectRunFacts(json, before);
+  ExpectRunFacts(json);
   std::vector<std::string> tasks;
   for (const Json& row : json["timing"]) tasks.push_back(row["task"]);
   EXPECT_EQ(tasks, (std::vector<std::string>{"Patch Lib (Init)", "Patch Lib (Get Next)",
@@ -388,23 +373,10 @@ ProcessResult RunOnASmallFileSystem(const std::string& full, std::vector<std::st
   return RunProcess(argv, env);
 }
 
-// A report that cannot be written refuses the run before the link opens, as
-// a capture does. On a file system that fills up, the capture stops at once on
-// a whole record and says so, on the console and in the report; the report
-// keeps its last whole checkpoint.
+// On a file system that fills up, the capture stops at once on a whole record
+// and says so, on the console and in the report; the report keeps its last
+// whole checkpoint.
 TEST(LinuxFeatures, OutputFilesAreWholeOrAbsent) {
-  {
-    E2eBench bench;
-    const std::string port = bench.StartTcp(kTlvBoot);
-    const std::string report = bench.Drive().Join("missing/run.json");
-    const ProcessResult run =
-        bench.RunLoader({"-i", "3", "-a", "127.0.0.1", "-p", port, "--report", report});
-    EXPECT_EQ(run.exitStatus, 255);
-    EXPECT_EQ(run.err,
-              "qrxbpl: cannot write the report " + report + ": No such file or directory\n");
-    EXPECT_EQ(run.out, "");
-    EXPECT_TRUE(bench.CommandLog().empty());
-  }
   if (geteuid() != 0) GTEST_SKIP() << "a small file system is mounted as root only; not root";
 
   const fwimage::SignedImageSpec largerThanTheDisk{
