@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <regex>
 
@@ -130,14 +131,6 @@ std::vector<std::string> TakeStatusLines(const std::string& terminal, std::strin
   }
   EXPECT_FALSE(shown) << "the status line is left on the screen";
   return draws;
-}
-
-// Who made the report and where.
-void ExpectRunFacts(const Json& json) {
-  EXPECT_EQ(json["version"], QRX_VERSION);
-  char host[256] = {};
-  gethostname(host, sizeof host - 1);
-  EXPECT_EQ(json["host"], host);
 }
 
 TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
@@ -275,7 +268,10 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   EXPECT_EQ(json["link"], "127.0.0.1:" + json["arguments"][5].get<std::string>());
   EXPECT_EQ(json["capture"],
             Json({{"path", snoop}, {"records", records.size()}, {"stopped", nullptr}}));
-  ExpectRunFacts(json);
+  EXPECT_EQ(json["version"], QRX_VERSION);
+  std::array<char, 256> host{};
+  EXPECT_EQ(gethostname(host.data(), host.size() - 1), 0);
+  EXPECT_EQ(json["host"], host.data());
   std::vector<std::string> tasks;
   for (const Json& row : json["timing"]) tasks.push_back(row["task"]);
   EXPECT_EQ(tasks, (std::vector<std::string>{"Patch Lib (Init)", "Patch Lib (Get Next)",
@@ -406,9 +402,9 @@ TEST(LinuxFeatures, OutputFilesAreWholeOrAbsent) {
     const size_t stoppedAt = std::stoul(said[1]);
     const auto records = ReadSnoop(bench.Drive().Read("full.out/run.snoop"));
     EXPECT_EQ(records.size(), stoppedAt - 1);
-    size_t sent = 0;
-    for (const SnoopRecord& record : records) sent += record.received ? 0 : 1;
-    ExpectBtmonReads(bench.Drive().Join("full.out/run.snoop"), sent);
+    ExpectBtmonReads(bench.Drive().Join("full.out/run.snoop"),
+                     std::count_if(records.begin(), records.end(),
+                                   [](const SnoopRecord& record) { return !record.received; }));
 
     const std::string kept = reportThereToo ? "full.out/run.json" : "run.json";
     ExpectReportMatchesSchema(bench.Drive().Join(kept));
