@@ -1,5 +1,6 @@
 #include "app/long_options.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -46,6 +47,28 @@ bool ApplyNoLowLatency(const char*) {
   return true;
 }
 
+// Whole seconds, 1 to a day: a bound a test station sets, not a tuning knob.
+constexpr uint32_t kLongestTcpTimeoutSeconds = 24 * 60 * 60;
+constexpr uint32_t kMillisecondsPerSecond = 1000;
+
+bool ApplyTcpTimeout(const char* value) {
+  uint32_t seconds = 0;
+  bool digits = *value != '\0';
+  for (const char* c = value; digits && *c != '\0'; ++c) {
+    digits = *c >= '0' && *c <= '9';
+    if (digits)
+      seconds =
+          std::min(seconds * 10 + static_cast<uint32_t>(*c - '0'), kLongestTcpTimeoutSeconds + 1);
+  }
+  if (!digits || seconds == 0 || seconds > kLongestTcpTimeoutSeconds) {
+    ConsolePrintf("qrxbpl: the TCP read time-out must be whole seconds from 1 to %u, not '%s'\n",
+                  kLongestTcpTimeoutSeconds, value);
+    return false;
+  }
+  g_runOptions.tcpReadTimeoutMs = seconds * kMillisecondsPerSecond;
+  return true;
+}
+
 struct LongOption {
   const char* name;
   bool takesValue;
@@ -60,6 +83,7 @@ constexpr std::array<LongOption, 7> kLongOptions = {{
     {"--btsnoop", true, ApplyBtsnoop},
     {"--report", true, ApplyReport},
     {"--no-low-latency", false, ApplyNoLowLatency},
+    {"--tcp-timeout", true, ApplyTcpTimeout},
 }};
 
 // Variables that switch an option on when set to "1".
@@ -70,6 +94,11 @@ struct FlagVariable {
 
 constexpr std::array<FlagVariable, 1> kFlagVariables = {{
     {"QRXBPL_TCP_NODELAY", ApplyTcpNoDelay},
+}};
+
+// Variables that carry an option's value; the command line's option wins.
+constexpr std::array<FlagVariable, 1> kValueVariables = {{
+    {"QRXBPL_TCP_TIMEOUT", ApplyTcpTimeout},
 }};
 
 const LongOption* FindLongOption(const char* argument) {
@@ -102,6 +131,12 @@ LongOptionResult ParseLongOptions(int argc, const char* const* argv) {
   for (const FlagVariable& variable : kFlagVariables) {
     const char* value = std::getenv(variable.name);
     if (value != nullptr && std::strcmp(value, "1") == 0) variable.apply(value);
+  }
+  for (const FlagVariable& variable : kValueVariables) {
+    const char* value = std::getenv(variable.name);
+    if (value != nullptr && *value != '\0' && !variable.apply(value)) {
+      return LongOptionResult::kFailed;
+    }
   }
   for (int index = 1; index < argc; ++index) {
     const LongOption* option = FindLongOption(argv[index]);

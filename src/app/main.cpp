@@ -6,6 +6,7 @@
 #include "platform/console.h"
 #include "platform/error_text.h"
 #include "platform/exit_status.h"
+#include "platform/termination_signals.h"
 #include "platform/trace.h"
 #include "run/run_options.h"
 
@@ -48,7 +49,9 @@ int main(int argc, char** argv) {
     case qrx::LongOptionResult::kFailed:
       break;
     case qrx::LongOptionResult::kRun:
-      qrx::RunReportBegin(argc, argv);
+      qrx::IgnoreBrokenPipes();
+      // Both output files are known good before the link opens.
+      if (!qrx::RunReportBegin(argc, argv)) break;
       if (StartCapture() && Run(argc, argv)) exitStatus = qrx::kExitSuccess;
       qrx::BtsnoopClose();
       qrx::RunReportWrite(exitStatus);

@@ -72,6 +72,21 @@ int32_t ComPortNumber(const char* portName) {
   return ScanDecimal(portName + kComPrefixLength).value_or(-1);
 }
 
+}  // namespace
+
+std::string LinkName() {
+  const RunOptions& options = g_runOptions;
+  if (options.interface == kInterfaceTcp) {
+    return std::string(options.serverAddress.data()) + ":" +
+           (options.portName != nullptr ? options.portName : kDefaultServerPort);
+  }
+  if (options.interface != kInterfaceUart || options.portName == nullptr) return "";
+  const std::string named = SerialDevicePathForName(options.portName);
+  return named.empty() ? SerialDevicePathForNumber(ComPortNumber(options.portName)) : named;
+}
+
+namespace {
+
 // The link of the run: the UART transport or the TCP client.
 class RunLink {
  public:

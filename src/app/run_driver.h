@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string>
 
 #include "hci/hci_exchange.h"
 
@@ -15,5 +16,9 @@ bool RunDownload();
 // Whether a Read Version event (H4 byte first) calls for the secure boot
 // parameters: by the hardware variant and revision bytes.
 bool WantsSecureBootParams(const std::array<uint8_t, kEventBufferSize>& event);
+
+// What the run's link is, for the record: the serial device it opens, or the
+// server's host:port. Empty before the command line was read.
+std::string LinkName();
 
 }  // namespace qrx

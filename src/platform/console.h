@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace qrx {
 
@@ -35,6 +36,11 @@ void ConsoleClearStatusLine();
 // While a transcript is set, everything printed on standard error is also
 // appended to it (the status line excepted). nullptr stops recording.
 void ConsoleRecordInto(std::string* transcript);
+
+// While a line log is set, every line printed on either stream is also kept
+// in it, without its line end, in the order the lines began; a line not yet
+// ended is there as far as it goes. nullptr stops logging.
+void ConsoleLogLinesInto(std::vector<std::string>* lines);
 
 // The system's half of StdoutWidePrintf (console_posix.cpp, console_win32.cpp):
 // puts formatted wide text on standard output. Only the printer calls it.

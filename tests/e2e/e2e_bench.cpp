@@ -69,14 +69,14 @@ std::string Hex(std::span<const uint8_t> bytes) {
   return text;
 }
 
-RefusingPort::RefusingPort() : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+RefusingPort::RefusingPort(bool listening) : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
   EXPECT_TRUE(fd_ >= 0 && bind(fd_, generic, length) == 0 &&
-              getsockname(fd_, generic, &length) == 0);
+              getsockname(fd_, generic, &length) == 0 && (!listening || listen(fd_, 4) == 0));
   port_ = ntohs(address.sin_port);
 }
 

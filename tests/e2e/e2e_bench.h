@@ -143,10 +143,12 @@ inline void InstallContainer(E2eBench& bench, const std::vector<std::string>& si
   bench.PutFirmware("qrxfw.dat", Container(sim, image));
 }
 
-// A loopback port bound and never listened on, so connecting is refused.
+// A loopback port bound and never listened on, so connecting is refused; or,
+// listening, a silent server: the system's backlog takes the connection and
+// nothing ever answers.
 class RefusingPort {
  public:
-  RefusingPort();
+  explicit RefusingPort(bool listening = false);
   ~RefusingPort();
   RefusingPort(const RefusingPort&) = delete;
   RefusingPort& operator=(const RefusingPort&) = delete;

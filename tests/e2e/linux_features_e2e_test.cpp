@@ -1,9 +1,11 @@
 // The loader's double-dash options against the simulator: --firmware,
 // --btsnoop, --report, the terminal-only lines, --help and --version.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <sstream>
@@ -11,6 +13,7 @@
 #include "e2e/e2e_bench.h"
 #include "platform/byte_order.h"
 #include "platform/sha256.h"
+#include "support/report_schema.h"
 
 namespace qrx::test {
 namespace {
@@ -236,6 +239,7 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   EXPECT_EQ(Hex(received.back().packet), "04 FF 02 06 10") << "the failing completion";
   ExpectBtmonReads(snoop, commands.size());
 
+  ExpectReportMatchesSchema(bench.Drive().Join("run.json"));
   const Json json = Json::parse(bench.Drive().Read("run.json"));
   EXPECT_EQ(json["exitStatus"], ReportedFailure());
   EXPECT_EQ(json["finished"], true);
@@ -256,8 +260,18 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
       {"step": "EVT: CommandComplete <Norix Version>", "result": "[OK]"}])"));
   EXPECT_EQ(json["libraryStatus"], Json::parse(R"([
       {"stage": "initialize", "status": 0}, {"stage": "download", "status": 12}])"));
-  ASSERT_EQ(json["errors"].size(), 1u);
+  // Every error and failure line, the design's without "ERROR" among them.
+  EXPECT_EQ(json["errors"], Json({"HCI event failed! status: 0x10", "Download incomplete!",
+                                  run.err.substr(run.err.rfind("ERROR: "),
+                                                 run.err.size() - run.err.rfind("ERROR: ") - 1)}));
   EXPECT_EQ(json["console"], run.err);
+  EXPECT_EQ(json["link"], "127.0.0.1:" + json["arguments"][5].get<std::string>());
+  EXPECT_EQ(json["capture"],
+            Json({{"path", snoop}, {"records", records.size()}, {"stopped", nullptr}}));
+  EXPECT_EQ(json["version"], QRX_VERSION);
+  std::array<char, 256> host{};
+  EXPECT_EQ(gethostname(host.data(), host.size() - 1), 0);
+  EXPECT_EQ(json["host"], host.data());
   std::vector<std::string> tasks;
   for (const Json& row : json["timing"]) tasks.push_back(row["task"]);
   EXPECT_EQ(tasks, (std::vector<std::string>{"Patch Lib (Init)", "Patch Lib (Get Next)",
@@ -282,7 +296,9 @@ TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
         {"-i", "2", "-p", pty, "--firmware", path, "--btsnoop", snoop, "--report", report});
 
     const std::string version = kUartVersion + "[OK]\n";
+    ExpectReportMatchesSchema(report);
     const Json json = Json::parse(bench.Drive().Read("uart.json"));
+    EXPECT_EQ(json["link"], pty);
     if (readable) {
       EXPECT_EQ(run.exitStatus, 0);
       EXPECT_EQ(MaskTimes(run.err), kPicked + version +
@@ -301,7 +317,9 @@ TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
                              "\n" + kNoFirmware);
       EXPECT_TRUE(json["firmware"].is_null());
       EXPECT_EQ(json["libraryStatus"], Json::parse(R"([{"stage": "initialize", "status": 11}])"));
-      EXPECT_EQ(json["errors"][0], kNoFirmware.substr(0, kNoFirmware.find('\n')));
+      EXPECT_EQ(json["errors"], Json({"qrxbpl: cannot read the firmware file " + path +
+                                          ": No such file or directory",
+                                      kNoFirmware.substr(0, kNoFirmware.find('\n'))}));
     }
     EXPECT_EQ(json["exitStatus"], readable ? 0 : ReportedFailure());
     EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
@@ -354,6 +372,7 @@ TEST(LinuxFeatures, NothingIsLostWhenTheRunIsKilled) {
     const auto received =
         ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("cut.snoop")), commands);
     EXPECT_EQ(received.size(), c.commands) << "ready event, version answer, fragment answers";
+    ExpectReportMatchesSchema(bench.Drive().Join("cut.json"));
     const Json json = Json::parse(bench.Drive().Read("cut.json"));
     EXPECT_EQ(json["finished"], false);
     EXPECT_TRUE(json["exitStatus"].is_null());
@@ -386,6 +405,82 @@ TEST(LinuxFeatures, RtsIsRaisedAgainAfterEachRateSwitch) {
   }
   EXPECT_EQ(steps, "rate low rate high low rate high ");
   EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
+}
+
+// Runs argv in a mount namespace of its own where `full` is a file system of
+// 32 KiB, then copies what it left there to `full`.out; the mount goes with
+// the namespace. Root only.
+ProcessResult RunOnASmallFileSystem(const std::string& full, std::vector<std::string> argv,
+                                    const Environment& env) {
+  const std::string script =
+      "mount -t tmpfs -o size=32k qrxfull \"$0\" || exit 99; \"$@\"; status=$?; "
+      "cp -a \"$0\"/. \"$0.out\"/; exit $status";
+  argv.insert(argv.begin(), {"/usr/bin/unshare", "--mount", "--propagation", "private", "/bin/sh",
+                             "-c", script, full});
+  return RunProcess(argv, env);
+}
+
+// On a file system that fills up, the capture stops at once on a whole record
+// and says so, on the console and in the report; the report keeps its last
+// whole checkpoint.
+TEST(LinuxFeatures, OutputFilesAreWholeOrAbsent) {
+  if (geteuid() != 0) GTEST_SKIP() << "a small file system is mounted as root only; not root";
+
+  const fwimage::SignedImageSpec largerThanTheDisk{
+      .bodyBytes = 100000, .seed = 3, .patchNumber = 0};
+  const auto image = BuildTwoBlockImage(largerThanTheDisk, true);
+  for (const bool reportThereToo : {false, true}) {
+    SCOPED_TRACE(reportThereToo ? "capture and report on it" : "capture on it");
+    E2eBench bench;
+    bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, image));
+    const std::string full = bench.Drive().MakeDirectories("full");
+    bench.Drive().MakeDirectories("full.out");
+    const std::string snoop = full + "/run.snoop";
+    const std::string report = reportThereToo ? full + "/run.json" : bench.Drive().Join("run.json");
+    const std::string port = bench.StartTcp(kTlvBoot);
+    const ProcessResult run =
+        RunOnASmallFileSystem(full,
+                              {BuildProduct("src/qrxbpl"), "-i", "3", "-a", "127.0.0.1", "-p", port,
+                               "--btsnoop", snoop, "--report", report},
+                              {{"QRXBPL_DRIVE_C", bench.Drive().Path()}});
+    EXPECT_EQ(run.exitStatus, 0) << run.err;
+    EXPECT_NE(run.err.find("Download complete.\n"), std::string::npos);
+
+    std::smatch said;
+    const std::regex stopped("\nqrxbpl: the capture " + snoop +
+                             " stopped at record ([0-9]+): No space left on device\n");
+    ASSERT_TRUE(std::regex_search(run.err, said, stopped)) << run.err;
+    const size_t stoppedAt = std::stoul(said[1]);
+    const auto records = ReadSnoop(bench.Drive().Read("full.out/run.snoop"));
+    EXPECT_EQ(records.size(), stoppedAt - 1);
+    ExpectBtmonReads(bench.Drive().Join("full.out/run.snoop"),
+                     std::count_if(records.begin(), records.end(),
+                                   [](const SnoopRecord& record) { return !record.received; }));
+
+    const std::string kept = reportThereToo ? "full.out/run.json" : "run.json";
+    ExpectReportMatchesSchema(bench.Drive().Join(kept));
+    const Json json = Json::parse(bench.Drive().Read(kept));
+    if (reportThereToo) {
+      // The last checkpoint written whole: the firmware loaded, the download not yet ended.
+      EXPECT_NE(
+          run.err.find("qrxbpl: cannot write the report " + report + ": No space left on device\n"),
+          std::string::npos);
+      EXPECT_EQ(json["finished"], false);
+      EXPECT_EQ(json["libraryStatus"].size(), 1u);
+      EXPECT_EQ(json["capture"]["stopped"], nullptr);
+    } else {
+      EXPECT_EQ(json["finished"], true);
+      EXPECT_EQ(
+          json["capture"],
+          Json({{"path", snoop},
+                {"records", stoppedAt - 1},
+                {"stopped", {{"record", stoppedAt}, {"reason", "No space left on device"}}}}));
+      EXPECT_EQ(json["errors"], Json({said.str().substr(1, said.str().size() - 2)}));
+    }
+    EXPECT_EQ(RunProcess({"/bin/sh", "-c", "ls '" + bench.Drive().Join("full.out") + "'"}).out,
+              reportThereToo ? "run.json\nrun.snoop\n" : "run.snoop\n")
+        << "no half-written file is left behind";
+  }
 }
 
 // On a terminal the loader names the file it loaded and draws a progress

@@ -69,7 +69,7 @@ while IFS='|' read -r words current want; do
 done <<'CASES'
 qrxbpl||-i --help --version
 qrxbpl -i||2 3
-qrxbpl -i 2 -p /dev/tty -nocc|-|-p -a -h -r -b -f -fw -bd -nocc -v -t --firmware --progress --no-progress --btsnoop --report --tcp-nodelay --no-low-latency
+qrxbpl -i 2 -p /dev/tty -nocc|-|-p -a -h -r -b -f -fw -bd -nocc -v -t --firmware --progress --no-progress --btsnoop --report --tcp-nodelay --no-low-latency --tcp-timeout
 qrxvps --pty|--pa|--paced
 qrxbpl -i 2 -h 1 -r|3|3000000 3250000
 qrxbpl -i 2 -r|3|3000000 3250000 3714286
