@@ -75,7 +75,7 @@ struct LongOption {
   bool (*apply)(const char* value);
 };
 
-constexpr std::array<LongOption, 7> kLongOptions = {{
+constexpr std::array<LongOption, 8> kLongOptions = {{
     {"--tcp-nodelay", false, ApplyTcpNoDelay},
     {"--firmware", true, ApplyFirmwareFile},
     {"--progress", false, ApplyProgressOn},
