@@ -26,6 +26,7 @@ struct SimOptions {
   bool delayedAck = false;
   bool printKey = false;
   bool help = false;
+  bool version = false;
 };
 
 // Fills *options; on a bad command line returns false with the reason in *error.
