@@ -43,6 +43,10 @@ int main(int argc, char** argv) {
     qrx::StdoutPrintf("%s", SimHelpText().c_str());
     return 0;
   }
+  if (options.version) {
+    qrx::StdoutPrintf("qrxvps %s\n", QRX_VERSION);
+    return 0;
+  }
   if (options.printKey) {
     PrintKey(options.controller);
     return 0;

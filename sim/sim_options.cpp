@@ -47,6 +47,8 @@ bool ParseSimOptions(int argc, const char* const* argv, SimOptions* options, std
     const auto value = [&](std::string_view name) { return TakeValue(arg, name, argc, argv, &i); };
     if (arg == "--help" || arg == "-h") {
       o.help = true;
+    } else if (arg == "--version") {
+      o.version = true;
     } else if (arg == "--pty") {
       o.front = Front::kPty;
     } else if (arg == "--tcp") {
@@ -195,6 +197,7 @@ std::string SimHelpText() {
   text +=
       "                      failed-completion counts download completions, not commands.\n"
       "  --help              this text\n"
+      "  --version           the program's name and version\n"
       "\n"
       "Every session (TCP connection, or pty open to close) starts a freshly powered\n"
       "controller as configured. Over TCP it first sends the ready event 04 0E 03 01 00 00;\n"

@@ -28,6 +28,7 @@ struct SimOptions {
   uint32_t latencyMs = 0;  // pty, paced: fixed delay each way
   bool printKey = false;
   bool help = false;
+  bool version = false;
 };
 
 // Fills *options; on a bad command line returns false with the reason in *error.

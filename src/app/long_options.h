@@ -7,7 +7,7 @@ enum class LongOptionResult {
   kRun,      // go on with the design's parser and the run
   kFailed,   // a double-dash option was malformed; its complaint is printed
   kHelp,     // --help alone: the usage text on standard output
-  kVersion,  // --version alone: the banner line on standard output
+  kVersion,  // --version alone: the version and banner lines on standard output
 };
 
 // Reads the double-dash options and their environment variables into

@@ -150,7 +150,7 @@ TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
   };
   const std::vector<Case> cases = {
       {{"--help"}, 0, usage, ""},
-      {{"--version"}, 0, usage.substr(0, usage.find('\n') + 1), ""},
+      {{"--version"}, 0, "qrxbpl " QRX_VERSION "\n" + usage.substr(0, usage.find('\n') + 1), ""},
       // Not alone: an unknown argument, as the design treats it.
       {{"--help", "-i", "3"},
        255,
@@ -162,6 +162,14 @@ TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
     EXPECT_EQ(run.exitStatus, c.exitStatus) << c.args[0];
     EXPECT_EQ(run.out, c.out) << c.args[0];
     EXPECT_EQ(run.err, c.err) << c.args[0];
+  }
+  // The other two programs name themselves with the same one version number.
+  for (const std::string product : {"sim/qrxvps", "tools/qrxfw"}) {
+    const ProcessResult run = RunProcess({BuildProduct(product), "--version"});
+    const std::string name = product.substr(product.find('/') + 1);
+    EXPECT_EQ(run.exitStatus, 0) << name;
+    EXPECT_EQ(run.out, name + " " QRX_VERSION "\n");
+    EXPECT_EQ(run.err, "") << name;
   }
   EXPECT_TRUE(std::regex_match(
       usage.substr(0, usage.find('\n')),

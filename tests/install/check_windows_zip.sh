@@ -17,7 +17,7 @@ windows() { echo "Z:${1//\//\\}"; }  # a path here as Wine's drive Z names it
 [ -f "$zip" ] || fail "no $zip: run make windows-package"
 folder=$(basename "$zip" .zip)
 (cd "$work" && cmake -E tar xf "$zip")
-diff <(printf '%s\n' "$folder/README.txt" "$folder/qrxbpl.exe" "$folder/qrxfw.exe") \
+diff <(printf '%s\n' "$folder/LICENSE.txt" "$folder/README.txt" "$folder/qrxbpl.exe" "$folder/qrxfw.exe") \
   <(cd "$work" && find . -type f | sed 's|^\./||' | sort) || fail "zip contents"
 dir=$work/$folder
 readme=$dir/README.txt
