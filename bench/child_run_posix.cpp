@@ -50,6 +50,11 @@ std::string MakeWorkFolder() {
 
 TimedRun RunTimed(const std::vector<std::string>& argv, const Environment& env,
                   const std::string& outFile, const std::string& errFile) {
+  return FinishTimed(StartTimed(argv, env, outFile, errFile));
+}
+
+TimedChild StartTimed(const std::vector<std::string>& argv, const Environment& env,
+                      const std::string& outFile, const std::string& errFile) {
   std::vector<std::string> launcher = {"/proc/self/exe", kTimedRunFlag, outFile, errFile};
   launcher.insert(launcher.end(), argv.begin(), argv.end());
   int report[2];
@@ -60,18 +65,27 @@ TimedRun RunTimed(const std::vector<std::string>& argv, const Environment& env,
     Exec(launcher, env);
   }
   close(report[1]);
+  return {pid, report[0]};
+}
+
+TimedRun FinishTimed(const TimedChild& child) {
+  if (child.report < 0) return {};
   std::string text;
   char chunk[128];
-  for (ssize_t n; (n = read(report[0], chunk, sizeof chunk)) > 0;) text.append(chunk, n);
-  close(report[0]);
+  for (ssize_t n; (n = read(child.report, chunk, sizeof chunk)) > 0;) text.append(chunk, n);
+  close(child.report);
   int status = 0;
-  if (pid > 0) waitpid(pid, &status, 0);
+  if (child.pid > 0) waitpid(child.pid, &status, 0);
   TimedRun run;
   long long wall = 0;
   long long peak = 0;
-  if (std::sscanf(text.c_str(), "%d %lld %lld", &run.exitStatus, &wall, &peak) != 3) return {};
+  long long cpu = 0;
+  if (std::sscanf(text.c_str(), "%d %lld %lld %lld", &run.exitStatus, &wall, &peak, &cpu) != 4) {
+    return {};
+  }
   run.wallNs = wall;
   run.peakRssKiB = peak;
+  run.cpuNs = cpu;
   return run;
 }
 
@@ -90,8 +104,12 @@ int TimedRunMain(int argc, char** argv) {
   while (wait4(pid, &status, 0, &usage) < 0) {
   }
   const int64_t wall = NowNs() - start;
-  std::printf("%d %lld %lld\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-              static_cast<long long>(wall), static_cast<long long>(usage.ru_maxrss));
+  auto ns = [](const timeval& t) {
+    return static_cast<long long>(t.tv_sec) * 1000000000LL + t.tv_usec * 1000LL;
+  };
+  std::printf("%d %lld %lld %lld\n", WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+              static_cast<long long>(wall), static_cast<long long>(usage.ru_maxrss),
+              ns(usage.ru_utime) + ns(usage.ru_stime));
   return 0;
 }
 

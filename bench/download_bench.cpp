@@ -7,10 +7,13 @@
 // Usage: qrx_download_bench BUILD_DIR
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -44,6 +47,16 @@ constexpr int64_t kWaitsEveryRun = 100 + 200;
 constexpr int64_t kWaitsRateSwitch = 300 + 50;
 constexpr int64_t kWaitsNoCommandComplete = 100;
 
+// The paced pseudo-terminal: rows timed against the wire.
+constexpr uint32_t kPowerOnRate = 115200;
+constexpr size_t kParallelLoaders = 8;
+// A row whose floor is longer than this runs once; the rest kPacedRounds times.
+constexpr int64_t kLongRowMs = 8000;
+constexpr int kPacedRounds = 3;
+// The slowest rows (1 MiB at 115200 bit/s: about 95 s each) only when asked.
+constexpr const char* kSlowRowsVariable = "QRX_BENCH_SLOW";
+constexpr const char* kPacedOnlyVariable = "QRX_BENCH_PACED_ONLY";
+
 struct Image {
   std::string label;
   fs::path drive;
@@ -61,6 +74,33 @@ struct Row {
   int64_t peakRssKiB = 0;               // largest
   bool ok = false;                      // a run succeeded
   bool failed = false;                  // a run failed
+};
+
+int64_t MonotonicNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+struct PacedRow {
+  std::string name;
+  const Image* image = nullptr;
+  uint32_t rate = kPowerOnRate;
+  bool noCommandComplete = false;
+  uint32_t latencyMs = 0;
+  size_t loaders = 1;
+  int64_t wallNs = 0;  // best run; with several loaders, from the first start to the last end
+  int64_t wireNs = 0;  // what the line carried in that run (the longest of the lines)
+  int64_t cpuNs = 0;   // the loaders' CPU time in that run, averaged over them
+  bool ok = false;
+  bool failed = false;
+
+  // The design's sleeps in such a run, in ms.
+  int64_t FixedWaitsMs() const {
+    return kWaitsEveryRun + (rate != kPowerOnRate ? kWaitsRateSwitch : 0) +
+           (noCommandComplete ? kWaitsNoCommandComplete : 0);
+  }
+  int64_t FloorNs() const { return wireNs + FixedWaitsMs() * 1000000; }
 };
 
 // The commands a download of the image sends, cut by the loader's own code.
@@ -124,6 +164,72 @@ class Bench {
     sim.WaitExit(kSimulatorEndMs);
     Keep(row, run.exitStatus == 0, run.wallNs);
     row.peakRssKiB = std::max(row.peakRssKiB, run.peakRssKiB);
+  }
+
+  // One paced run: a simulator on its own paced line per loader, the loaders
+  // started together.
+  void RunPaced(PacedRow& row) {
+    std::vector<std::unique_ptr<test::ChildProcess>> sims;
+    std::vector<std::vector<std::string>> loaders;
+    for (size_t i = 0; i < row.loaders; ++i) {
+      sims.push_back(std::make_unique<test::ChildProcess>());
+      const std::string line =
+          FirstLine(*sims.back(), {"--once", "--profile", "tlv-boot", "--pty", "--paced",
+                                   "--latency", std::to_string(row.latencyMs)});
+      std::vector<std::string> loader = {Program("src/qrxbpl"),
+                                         "-i",
+                                         "2",
+                                         "-h",
+                                         "2",
+                                         "-p",
+                                         line.substr(line.find_last_of(' ') + 1)};
+      if (row.rate != kPowerOnRate) loader.insert(loader.end(), {"-r", std::to_string(row.rate)});
+      if (row.noCommandComplete) loader.push_back("-nocc");
+      loaders.push_back(loader);
+    }
+    const bench::Environment env = {{"QRXBPL_DRIVE_C", row.image->drive.string()}};
+    const int64_t start = MonotonicNs();
+    std::vector<bench::TimedChild> children;
+    for (size_t i = 0; i < row.loaders; ++i) {
+      const std::string tag = std::to_string(i);
+      children.push_back(bench::StartTimed(loaders[i], env, (work_ / ("loader" + tag + ".out")),
+                                           (work_ / ("loader" + tag + ".err"))));
+    }
+    bool ok = true;
+    int64_t cpuNs = 0;
+    for (size_t i = 0; i < children.size(); ++i) {
+      const bench::TimedRun run = bench::FinishTimed(children[i]);
+      cpuNs += run.cpuNs;
+      if (run.exitStatus == 0) continue;
+      ok = false;
+      std::error_code ignored;
+      fs::copy_file(work_ / ("loader" + std::to_string(i) + ".err"), work_ / "failed.err",
+                    fs::copy_options::overwrite_existing, ignored);
+    }
+    const int64_t wallNs = MonotonicNs() - start;
+    int64_t wireNs = 0;
+    for (auto& sim : sims) {
+      const std::string rest = sim->ReadAll(kSimulatorEndMs);
+      const size_t at = rest.find("qrxvps: wire ");
+      long long ns = 0;
+      if (at == std::string::npos ||
+          std::sscanf(rest.c_str() + at, "qrxvps: wire %lld", &ns) != 1) {
+        ok = false;
+      }
+      wireNs = std::max<int64_t>(wireNs, ns);
+      sim->WaitExit(kSimulatorEndMs);
+    }
+    if (!ok) {
+      std::fprintf(stderr, "bench: a run of \"%s\" (%s) failed; see %s\n", row.name.c_str(),
+                   row.image->label.c_str(), (work_ / "failed.err").c_str());
+      row.failed = true;
+      return;
+    }
+    if (row.ok && wallNs >= row.wallNs) return;
+    row.ok = true;
+    row.wallNs = wallNs;
+    row.wireNs = wireNs;
+    row.cpuNs = cpuNs / static_cast<int64_t>(row.loaders);
   }
 
   // The floor: the same server, the minimal client with the loader's socket
@@ -194,6 +300,74 @@ void PrintTable(const std::vector<Row>& rows) {
   }
 }
 
+void PrintPacedTable(const std::vector<PacedRow>& rows) {
+  std::printf(
+      "\n| run (paced pty) | image | bit/s | wall ms | wire ms | fixed waits ms | floor ms | x "
+      "floor | loader CPU us/fragment |\n|---|---|---:|---:|---:|---:|---:|---:|---:|\n");
+  for (const PacedRow& row : rows) {
+    if (!row.ok) {
+      std::printf("| %s | %s | %u | %s | | | | | |\n", row.name.c_str(), row.image->label.c_str(),
+                  row.rate, row.failed ? "failed" : "skipped");
+      continue;
+    }
+    std::printf(
+        "| %s | %s | %u | %.0f | %.0f | %lld | %.0f | %.3f | %.1f |\n", row.name.c_str(),
+        row.image->label.c_str(), row.rate, static_cast<double>(row.wallNs) / 1e6,
+        static_cast<double>(row.wireNs) / 1e6, static_cast<long long>(row.FixedWaitsMs()),
+        static_cast<double>(row.FloorNs()) / 1e6,
+        static_cast<double>(row.wallNs) / static_cast<double>(row.FloorNs()),
+        static_cast<double>(row.cpuNs) / 1e3 / static_cast<double>(row.image->fragments.size()));
+  }
+}
+
+// The goals, each against the row that measures it.
+void PrintGoals(const std::vector<PacedRow>& rows) {
+  auto find = [&](const std::string& name, const std::string& image) -> const PacedRow* {
+    for (const PacedRow& row : rows) {
+      if (row.name == name && row.image->label == image && row.ok) return &row;
+    }
+    return nullptr;
+  };
+  auto ratio = [](const PacedRow& row) {
+    return static_cast<double>(row.wallNs) / static_cast<double>(row.FloorNs());
+  };
+  const struct {
+    const char* what;
+    const char* row;
+    const char* image;
+    double goal;
+  } goals[] = {
+      {"3000000 bit/s, 1 MiB, Command Complete: x floor", "-r 3000000", "1 MiB", 1.05},
+      {"3000000 bit/s, 1 MiB, -nocc: x floor", "-r 3000000 -nocc", "1 MiB", 1.02},
+      {"115200 bit/s, 256 KiB, Command Complete: x floor", "115200", "256 KiB", 1.01},
+      {"115200 bit/s, 256 KiB, -nocc: x floor", "115200 -nocc", "256 KiB", 1.01},
+      {"115200 bit/s, 1 MiB, Command Complete: x floor", "115200", "1 MiB", 1.01},
+      {"115200 bit/s, 1 MiB, -nocc: x floor", "115200 -nocc", "1 MiB", 1.01},
+  };
+  std::printf("\nGoals:\n");
+  for (const auto& g : goals) {
+    const PacedRow* row = find(g.row, g.image);
+    if (row == nullptr) {
+      std::printf("- %s <= %.2f: not run\n", g.what, g.goal);
+      continue;
+    }
+    const double r = ratio(*row);
+    std::printf("- %s <= %.2f: %.3f, %s\n", g.what, g.goal, r, r <= g.goal ? "met" : "missed");
+  }
+  const PacedRow* alone = find("-r 3000000", "1 MiB");
+  const PacedRow* tray = find("8 in parallel, -r 3000000", "1 MiB");
+  if (alone != nullptr && tray != nullptr) {
+    const double r = static_cast<double>(tray->wallNs) / static_cast<double>(alone->wallNs);
+    std::printf(
+        "- 8 loaders in parallel, wall x one alone <= 1.20: %.3f, %s; loader CPU "
+        "per fragment %.1f us in parallel, %.1f us alone\n",
+        r, r <= 1.2 ? "met" : "missed",
+        static_cast<double>(tray->cpuNs) / 1e3 / static_cast<double>(tray->image->fragments.size()),
+        static_cast<double>(alone->cpuNs) / 1e3 /
+            static_cast<double>(alone->image->fragments.size()));
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -208,6 +382,7 @@ int main(int argc, char** argv) {
   const Bytes answer =
       sim::BuildVersionAnswer(sim::ConfigForProfile(sim::Profile::kTlvBoot), true, 0);
   const Image small = MakeImage(work, "64 KiB", 64 * 1024, answer);
+  const Image quarter = MakeImage(work, "256 KiB", 256 * 1024, answer);
   const Image medium = MakeImage(work, "1 MiB", 1024 * 1024, answer);
   const Image large = MakeImage(work, "4 MiB", 4 * 1024 * 1024, answer);
 
@@ -239,10 +414,15 @@ int main(int argc, char** argv) {
   };
   constexpr size_t kStalledRow = 5;
   Bench bench(argv[1], work);
-  std::fprintf(stderr,
-               "bench: %d rounds of %zu runs; the delayed-ACK row (first round only) "
-               "alone takes about 20 s\n",
-               kRounds, rows.size());
+  // Only the paced table, for a quicker look at the wire.
+  const bool pacedOnly = std::getenv(kPacedOnlyVariable) != nullptr;
+  if (pacedOnly) rows.clear();
+  if (!pacedOnly) {
+    std::fprintf(stderr,
+                 "bench: %d rounds of %zu runs; the delayed-ACK row (first round only) "
+                 "alone takes about 20 s\n",
+                 kRounds, rows.size());
+  }
   // Round after round of every row, so that each row meets the same spread of
   // machine load; each keeps its best run.
   for (int round = 0; round < kRounds; ++round) {
@@ -255,12 +435,57 @@ int main(int argc, char** argv) {
       }
     }
   }
+  // The paced rows: each rate with and without Command Complete, the line's
+  // latency, and a tray of loaders side by side.
+  const bool slowRows = std::getenv(kSlowRowsVariable) != nullptr;
+  std::vector<PacedRow> paced;
+  for (const uint32_t rate : {3000000u, 921600u, kPowerOnRate}) {
+    for (const Image* image : {&quarter, &medium}) {
+      if (rate == kPowerOnRate && image == &medium && !slowRows) continue;
+      for (const bool noCc : {false, true}) {
+        const std::string name =
+            (rate == kPowerOnRate ? std::string("115200") : "-r " + std::to_string(rate)) +
+            (noCc ? " -nocc" : "");
+        paced.push_back({name, image, rate, noCc});
+      }
+    }
+  }
+  for (const uint32_t latency : {1u, 16u}) {
+    for (const bool noCc : {false, true}) {
+      const std::string name = "-r 3000000" + std::string(noCc ? " -nocc" : "") + ", --latency " +
+                               std::to_string(latency);
+      paced.push_back({name, &quarter, 3000000, noCc, latency});
+    }
+  }
+  paced.push_back({"8 in parallel, -r 3000000", &medium, 3000000, false, 0, kParallelLoaders});
+  std::fprintf(stderr,
+               "bench: %zu paced rows (%s=1 adds the 1 MiB rows at 115200 bit/s, ~95 s each)\n",
+               paced.size(), kSlowRowsVariable);
+  for (int round = 0; round < kPacedRounds; ++round) {
+    for (PacedRow& row : paced) {
+      // A long row's first run tells; only the short ones are run again.
+      if (round > 0 && (!row.ok || row.FloorNs() > kLongRowMs * 1000000)) continue;
+      bench.RunPaced(row);
+    }
+  }
+
+  if (!pacedOnly) {
+    std::printf(
+        "qrxbpl download bench: best of %d runs (the delayed-ACK row: one); "
+        "us/fragment = (wall - fixed waits) / fragments; floor = the faster minimal client\n",
+        kRounds);
+    PrintTable(rows);
+  }
   std::printf(
-      "qrxbpl download bench: best of %d runs (the delayed-ACK row: one); "
-      "us/fragment = (wall - fixed waits) / fragments; floor = the faster minimal client\n",
-      kRounds);
-  PrintTable(rows);
-  const bool allOk = std::all_of(rows.begin(), rows.end(), [](const Row& r) { return !r.failed; });
+      "\nOver the paced pty (qrxvps --pty --paced): best of %d runs (rows whose floor is over "
+      "%lld s: one); floor = wire time both ways (10 bit times a byte at the rate of the moment, "
+      "from the simulator) + the design's fixed waits\n",
+      kPacedRounds, static_cast<long long>(kLongRowMs / 1000));
+  PrintPacedTable(paced);
+  PrintGoals(paced);
+  const bool allOk =
+      std::all_of(rows.begin(), rows.end(), [](const Row& r) { return !r.failed; }) &&
+      std::none_of(paced.begin(), paced.end(), [](const PacedRow& r) { return r.failed; });
   if (!allOk) return 1;
   fs::remove_all(work);
   return 0;

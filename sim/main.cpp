@@ -43,6 +43,10 @@ int main(int argc, char** argv) {
     qrx::StdoutPrintf("%s", SimHelpText().c_str());
     return 0;
   }
+  if (options.version) {
+    qrx::StdoutPrintf("qrxvps %s\n", QRX_VERSION);
+    return 0;
+  }
   if (options.printKey) {
     PrintKey(options.controller);
     return 0;
@@ -53,9 +57,10 @@ int main(int argc, char** argv) {
     qrx::ConsolePrintf("qrxvps: cannot write %s\n", options.logPath.c_str());
     return kExitFailure;
   }
-  SessionSettings settings{options.controller, options.faults,
-                           options.logPath.empty() ? nullptr : &log, options.once,
-                           options.delayedAck};
+  SessionSettings settings{
+      options.controller, options.faults,     options.logPath.empty() ? nullptr : &log,
+      options.once,       options.delayedAck, options.paced,
+      options.latencyMs};
   std::atomic<bool> stop{false};
   InstallStopSignals(&stop);
 
@@ -78,5 +83,5 @@ int main(int argc, char** argv) {
   }
   qrx::StdoutPrintf("qrxvps: pty %s\n", line.SlavePath().c_str());
   qrx::StdoutFlush();
-  return ServeUart(line, settings, stop);
+  return settings.paced ? ServePacedUart(line, settings, stop) : ServeUart(line, settings, stop);
 }

@@ -24,6 +24,12 @@ class PtyLine {
   // Waits up to timeoutMs: data from the host, nothing, or no host has the
   // slave open.
   State Wait(int timeoutMs) const;
+  // The same to the nanosecond; without wantData only the host's leaving
+  // (or the time) ends the wait, so bytes the host wrote stay queued.
+  State WaitNs(int64_t timeoutNs, bool wantData) const;
+  // Timed waits end as close to their time as the system can (the paced line
+  // waits for fractions of a millisecond).
+  static void UsePreciseTimers();
   // Bytes read; 0 or less when the host is gone.
   long Read(std::span<uint8_t> buffer) const;
   bool Write(std::span<const uint8_t> bytes) const;

@@ -18,6 +18,8 @@ struct SessionSettings {
   CommandLog* log = nullptr;
   bool once = false;
   bool delayedAck = false;  // TCP: acknowledge as an ordinary server does
+  bool paced = false;       // pty: no faster than the line rate
+  uint32_t latencyMs = 0;   // pty, paced: fixed delay each way
 };
 
 Controller NewSessionController(const SessionSettings& settings);

@@ -11,6 +11,8 @@ namespace qrx::sim {
 
 namespace {
 
+constexpr uint64_t kMaxLatencyMs = 1000;
+
 // "--name=value" or "--name value"; advances *i past what it used.
 std::optional<std::string> TakeValue(std::string_view arg, std::string_view name, int argc,
                                      const char* const* argv, int* i) {
@@ -45,6 +47,8 @@ bool ParseSimOptions(int argc, const char* const* argv, SimOptions* options, std
     const auto value = [&](std::string_view name) { return TakeValue(arg, name, argc, argv, &i); };
     if (arg == "--help" || arg == "-h") {
       o.help = true;
+    } else if (arg == "--version") {
+      o.version = true;
     } else if (arg == "--pty") {
       o.front = Front::kPty;
     } else if (arg == "--tcp") {
@@ -53,6 +57,8 @@ bool ParseSimOptions(int argc, const char* const* argv, SimOptions* options, std
       o.once = true;
     } else if (arg == "--delayed-ack") {
       o.delayedAck = true;
+    } else if (arg == "--paced") {
+      o.paced = true;
     } else if (arg == "--print-key") {
       o.printKey = true;
     } else if (Matches(arg, "--port")) {
@@ -63,6 +69,14 @@ bool ParseSimOptions(int argc, const char* const* argv, SimOptions* options, std
         return false;
       }
       o.port = static_cast<uint16_t>(*port);
+    } else if (Matches(arg, "--latency")) {
+      const auto text = value("--latency");
+      const auto ms = text ? ParseNumber(*text) : std::nullopt;
+      if (!ms || *ms > kMaxLatencyMs) {
+        *error = "bad --latency value";
+        return false;
+      }
+      o.latencyMs = static_cast<uint32_t>(*ms);
     } else if (Matches(arg, "--bind")) {
       const auto text = value("--bind");
       if (!text || text->empty()) {
@@ -113,6 +127,14 @@ bool ParseSimOptions(int argc, const char* const* argv, SimOptions* options, std
     }
   }
 
+  if (o.paced && o.front != Front::kPty) {
+    *error = "--paced needs --pty";
+    return false;
+  }
+  if (o.latencyMs > 0 && !o.paced) {
+    *error = "--latency needs --paced";
+    return false;
+  }
   // The profile first, then the single fields on top of it, in order.
   if (profile) o.controller = ConfigForProfile(*profile);
   for (const std::string& assignment : overrides) {
@@ -137,6 +159,12 @@ std::string SimHelpText() {
       "                      delayed ACKs) instead of at once after every read\n"
       "  --pty               serve a UART on a new pseudo-terminal instead. First line on\n"
       "                      stdout: \"qrxvps: pty /dev/pts/N\"\n"
+      "  --paced             pty: carry bytes both ways no faster than the line's rate\n"
+      "                      (10 bit times a byte, following every rate switch); each\n"
+      "                      session ends with \"qrxvps: wire N ns, B bytes to the\n"
+      "                      controller, B bytes to the host\" after the line's rate\n"
+      "  --latency MS        with --paced: hold bytes MS ms more each way, as a USB\n"
+      "                      serial adapter's latency timer does (0 to 1000)\n"
       "\n"
       "Controller:\n"
       "  --profile NAME      legacy-boot | legacy-op | tlv-boot (default) | tlv-op:\n"
@@ -169,6 +197,7 @@ std::string SimHelpText() {
   text +=
       "                      failed-completion counts download completions, not commands.\n"
       "  --help              this text\n"
+      "  --version           the program's name and version\n"
       "\n"
       "Every session (TCP connection, or pty open to close) starts a freshly powered\n"
       "controller as configured. Over TCP it first sends the ready event 04 0E 03 01 00 00;\n"

@@ -24,8 +24,11 @@ struct SimOptions {
   std::string logPath;
   bool once = false;
   bool delayedAck = false;
+  bool paced = false;      // pty: bytes no faster than the line rate
+  uint32_t latencyMs = 0;  // pty, paced: fixed delay each way
   bool printKey = false;
   bool help = false;
+  bool version = false;
 };
 
 // Fills *options; on a bad command line returns false with the reason in *error.

@@ -15,4 +15,10 @@ namespace qrx::sim {
 // session with a freshly powered controller. Returns the exit status.
 int ServeUart(PtyLine& line, const SessionSettings& settings, const std::atomic<bool>& stop);
 
+// The same, with the line paced (settings.paced): bytes reach the controller,
+// and its answers reach the host, only once they could have crossed the wire
+// at the rate of the moment, plus settings.latencyMs each way. Each session
+// ends with a line of the wire time and bytes it carried.
+int ServePacedUart(PtyLine& line, const SessionSettings& settings, const std::atomic<bool>& stop);
+
 }  // namespace qrx::sim

@@ -48,6 +48,10 @@ void SerialClose(SerialHandle /*port*/) {
   g_line.open = false;
 }
 
+void SerialAskLowLatency(SerialHandle /*port*/) {}
+
+void RestoreSerialDriverAtOnce(intptr_t /*device*/, const SerialDriverState& /*state*/) {}
+
 void ReleaseSerialDeviceAtOnce(intptr_t /*device*/) {
   g_line.open = false;
 }

@@ -8,4 +8,6 @@ void CatchTerminationSignals(SignalSafeRelease /*release*/) {}
 
 void RestoreTerminationSignals() {}
 
+void IgnoreBrokenPipes() {}
+
 }  // namespace qrx

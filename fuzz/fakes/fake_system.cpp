@@ -33,6 +33,10 @@ bool QueryProcessEmulation(bool* emulated) {
   return true;
 }
 
+std::string QueryHostName() {
+  return "fuzz";
+}
+
 int OutputFileCreate(const char* /*hostPath*/, OutputFileHandle* handle) {
   *handle = 1;
   return 0;
@@ -43,6 +47,14 @@ int OutputFileWrite(OutputFileHandle /*handle*/, std::span<const uint8_t> /*byte
 }
 
 int OutputFileClose(OutputFileHandle /*handle*/) {
+  return 0;
+}
+
+int OutputFileTruncate(OutputFileHandle /*handle*/, uint64_t /*size*/) {
+  return 0;
+}
+
+int OutputFileReplace(const char* /*hostPath*/, std::span<const uint8_t> /*bytes*/) {
   return 0;
 }
 

@@ -47,6 +47,33 @@ bool ApplyReport(const char* value) {
   return true;
 }
 
+bool ApplyNoLowLatency(const char*) {
+  g_runOptions.noLowLatency = true;
+  return true;
+}
+
+// Whole seconds, 1 to a day: a bound a test station sets, not a tuning knob.
+constexpr uint32_t kLongestTcpTimeoutSeconds = 24 * 60 * 60;
+constexpr uint32_t kMillisecondsPerSecond = 1000;
+
+bool ApplyTcpTimeout(const char* value) {
+  uint32_t seconds = 0;
+  bool digits = *value != '\0';
+  for (const char* c = value; digits && *c != '\0'; ++c) {
+    digits = *c >= '0' && *c <= '9';
+    if (digits)
+      seconds =
+          std::min(seconds * 10 + static_cast<uint32_t>(*c - '0'), kLongestTcpTimeoutSeconds + 1);
+  }
+  if (!digits || seconds == 0 || seconds > kLongestTcpTimeoutSeconds) {
+    ConsolePrintf("qrxbpl: the TCP read time-out must be whole seconds from 1 to %u, not '%s'\n",
+                  kLongestTcpTimeoutSeconds, value);
+    return false;
+  }
+  g_runOptions.tcpReadTimeoutMs = seconds * kMillisecondsPerSecond;
+  return true;
+}
+
 // One row per double-dash option: the parser, --help, and through --help the
 // man page and the completion all read this table. An option without apply
 // stands alone on the command line and answers `sole` instead of a run.
@@ -58,7 +85,7 @@ struct LongOption {
   LongOptionResult sole;
 };
 
-constexpr std::array<LongOption, 9> kLongOptions = {{
+constexpr std::array<LongOption, 11> kLongOptions = {{
     {"--firmware", "FILE", "download FILE instead of searching for firmware", ApplyFirmwareFile,
      LongOptionResult::kRun},
     {"--progress", nullptr, "draw the progress line even when standard error is not a terminal",
@@ -71,29 +98,35 @@ constexpr std::array<LongOption, 9> kLongOptions = {{
      LongOptionResult::kRun},
     {"--tcp-nodelay", nullptr, "TCP: set TCP_NODELAY once the connection is made",
      ApplyTcpNoDelay, LongOptionResult::kRun},
+    {"--tcp-timeout", "SECONDS", "TCP: let each read wait at most SECONDS (1 to 86400)",
+     ApplyTcpTimeout, LongOptionResult::kRun},
+    {"--no-low-latency", nullptr, "serial: leave the driver's latency setting as it is",
+     ApplyNoLowLatency, LongOptionResult::kRun},
     {"--list-ports", nullptr, "alone: list the serial ports of this machine, then exit", nullptr,
      LongOptionResult::kListPorts},
     {"--help", nullptr, "alone: this text on standard output, then exit", nullptr,
      LongOptionResult::kHelp},
-    {"--version", nullptr, "alone: the banner line on standard output, then exit", nullptr,
+    {"--version", nullptr, "alone: the version and banner lines, then exit", nullptr,
      LongOptionResult::kVersion},
 }};
 
-// Variables the loader reads. Those with apply switch an option on when set to "1";
-// the others are read where they take effect and are listed here for --help.
+// Variables the loader reads. Those with apply switch an option on when set to "1",
+// or carry its value; the others are read where they take effect and are listed here for --help.
 struct EnvironmentVariable {
   const char* name;
   const char* help;
   bool (*apply)(const char* value);
+  bool carriesValue = false;  // the value is the option's, not "1"; the command line's wins
 };
 
-constexpr std::array<EnvironmentVariable, 5> kEnvironmentVariables = {{
+constexpr std::array<EnvironmentVariable, 6> kEnvironmentVariables = {{
     {"QRXBPL_COM<n>", "the device that -p COMn opens (default /dev/ttyS<n-1>)", nullptr},
     {"QRXBPL_DRIVE_<X>", "the directory that stands for drive letter X (default /)", nullptr},
     {"QRXBPL_TRACE_FILE", "append the trace records (hex dumps, diagnostics) to this file",
      nullptr},
     {"QRXBPL_TRACE_LEVEL", "the most detailed trace level written (default 5)", nullptr},
     {"QRXBPL_TCP_NODELAY", "set to 1: as --tcp-nodelay", ApplyTcpNoDelay},
+    {"QRXBPL_TCP_TIMEOUT", "SECONDS: as --tcp-timeout SECONDS", ApplyTcpTimeout, true},
 }};
 
 constexpr int kHelpColumn = 24;
@@ -178,7 +211,12 @@ LongOptionResult ParseLongOptions(int argc, const char* const* argv) {
   for (const EnvironmentVariable& variable : kEnvironmentVariables) {
     if (variable.apply == nullptr) continue;
     const char* value = std::getenv(variable.name);
-    if (value != nullptr && std::strcmp(value, "1") == 0) variable.apply(value);
+    if (value == nullptr) continue;
+    if (!variable.carriesValue) {
+      if (std::strcmp(value, "1") == 0) variable.apply(value);
+    } else if (*value != '\0' && !variable.apply(value)) {
+      return LongOptionResult::kFailed;
+    }
   }
   for (int index = 1; index < argc; ++index) {
     if (!IsOurs(argv[index])) continue;

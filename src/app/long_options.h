@@ -7,7 +7,7 @@ enum class LongOptionResult {
   kRun,        // go on with the design's parser and the run
   kFailed,     // a double-dash argument was unknown or malformed; its complaint is printed
   kHelp,       // --help alone: the usage text and the options below it on standard output
-  kVersion,    // --version alone: the banner line on standard output
+  kVersion,    // --version alone: the version and banner lines on standard output
   kListPorts,  // --list-ports alone: the machine's serial ports on standard output
 };
 

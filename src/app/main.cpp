@@ -7,12 +7,12 @@
 #include "platform/btsnoop.h"
 #include "platform/console.h"
 #include "platform/error_text.h"
+#include "platform/exit_status.h"
+#include "platform/termination_signals.h"
 #include "platform/trace.h"
 #include "run/run_options.h"
 
 namespace {
-constexpr int kExitSuccess = 0;
-constexpr int kExitFailure = 255;  // the design's -1 as a process exit status
 
 // The capture starts before the first packet; a file that cannot be created
 // stops the process before anything else happens.
@@ -38,17 +38,18 @@ bool Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  qrx::ConsoleStart();
   qrx::TraceProviderRegister();
-  int exitStatus = kExitFailure;
+  int exitStatus = qrx::kExitFailure;
   switch (qrx::ParseLongOptions(argc, argv)) {
     case qrx::LongOptionResult::kHelp:
       qrx::PrintUsageOnStdout();
       qrx::PrintLongOptionsOnStdout();
-      exitStatus = kExitSuccess;
+      exitStatus = qrx::kExitSuccess;
       break;
     case qrx::LongOptionResult::kVersion:
       qrx::PrintBannerOnStdout();
-      exitStatus = kExitSuccess;
+      exitStatus = qrx::kExitSuccess;
       break;
     case qrx::LongOptionResult::kListPorts:
       if (qrx::PrintSerialPortsOnStdout()) exitStatus = kExitSuccess;
@@ -56,8 +57,10 @@ int main(int argc, char** argv) {
     case qrx::LongOptionResult::kFailed:
       break;
     case qrx::LongOptionResult::kRun:
-      qrx::RunReportBegin(argc, argv);
-      if (StartCapture() && Run(argc, argv)) exitStatus = kExitSuccess;
+      qrx::IgnoreBrokenPipes();
+      // Both output files are known good before the link opens.
+      if (!qrx::RunReportBegin(argc, argv)) break;
+      if (StartCapture() && Run(argc, argv)) exitStatus = qrx::kExitSuccess;
       qrx::BtsnoopClose();
       qrx::RunReportWrite(exitStatus);
       break;

@@ -14,7 +14,7 @@ bool ParseCommandLine(int argc, const char* const* argv);
 void PrintUsage();
 // The same on standard output, for --help.
 void PrintUsageOnStdout();
-// The banner line alone on standard output, for --version.
+// The name and version, then the banner line, on standard output, for --version.
 void PrintBannerOnStdout();
 
 // The -r rate tables as stand-alone functions: rate text in, rate and

@@ -66,13 +66,6 @@ bool InBootloader(const VersionData& version) {
              : version.bytes[kLegacyFirmwareVariantIndex] == kLegacyFirmwareVariantBootloader;
 }
 
-// The raw event bytes are read whichever form the answer has; intended.
-bool WantsSecureBootParams(const std::array<uint8_t, kEventBufferSize>& event) {
-  const uint8_t probe = event[kSecureBootProbeByte];
-  if (probe == 0x0B && event[kSecureBootProbeNextByte] >= 0x10) return true;
-  return probe >= 0x11;
-}
-
 // "COM3" gives 3, and so does "xyz3": the prefix is not checked, as designed.
 // Absent when no number follows the first three characters. Numbers beyond 32
 // bits saturate rather than overflow: no such port exists.
@@ -80,6 +73,22 @@ std::optional<int32_t> ScannedComNumber(const char* portName) {
   if (std::strlen(portName) < kComPrefixLength) return std::nullopt;
   return ScanDecimal(portName + kComPrefixLength);
 }
+
+}  // namespace
+
+std::string LinkName() {
+  const RunOptions& options = g_runOptions;
+  if (options.interface == kInterfaceTcp) {
+    return std::string(options.serverAddress.data()) + ":" +
+           (options.portName != nullptr ? options.portName : kDefaultServerPort);
+  }
+  if (options.interface != kInterfaceUart || options.portName == nullptr) return "";
+  const std::optional<int32_t> comNumber = ScannedComNumber(options.portName);
+  const std::string named = SerialDevicePathForName(options.portName, comNumber.has_value());
+  return named.empty() ? SerialDevicePathForNumber(comNumber.value_or(-1)) : named;
+}
+
+namespace {
 
 // The link of the run: the UART transport or the TCP client.
 class RunLink {
@@ -201,6 +210,13 @@ bool DownloadOverOpenLink(RunLink& link, const RunOptions& options) {
 }
 
 }  // namespace
+
+// The raw event bytes are read whichever form the answer has; intended.
+bool WantsSecureBootParams(const std::array<uint8_t, kEventBufferSize>& event) {
+  const uint8_t probe = event[kSecureBootProbeByte];
+  if (probe == 0x0B && event[kSecureBootProbeNextByte] >= 0x10) return true;
+  return probe >= 0x11;
+}
 
 bool RunDownload() {
   const RunOptions& options = g_runOptions;

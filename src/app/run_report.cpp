@@ -1,6 +1,8 @@
 #include "app/run_report.h"
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -8,16 +10,19 @@
 #include <vector>
 
 #include "app/build_stamp.h"
+#include "app/run_driver.h"
 #include "app/timing.h"
 #include "fwlib/image_loaders.h"
 #include "hci/hci_exchange.h"
 #include "hci/step_lines.h"
+#include "platform/btsnoop.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 #include "platform/error_text.h"
 #include "platform/file_io.h"
 #include "platform/output_file.h"
 #include "platform/sha256.h"
+#include "platform/system_query.h"
 #include "run/download_progress.h"
 #include "run/run_options.h"
 #include "run/run_timers.h"
@@ -46,7 +51,9 @@ struct RunRecord {
   bool active = false;
   Json arguments = Json::array();
   int64_t startMicroseconds = 0;
-  std::string transcript;
+  std::string host;
+  std::string transcript;          // standard error, as printed
+  std::vector<std::string> lines;  // both streams, line by line
   Json answers = Json::array();
   std::optional<FirmwareFacts> firmware;
   Json libraryStatuses = Json::array();
@@ -76,7 +83,9 @@ bool ReadFileFacts(const std::string& path, FirmwareFacts& facts, bool wantHash)
 }
 
 std::string Trimmed(std::string_view text) {
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\n')) text.remove_suffix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\n' || text.back() == '\r')) {
+    text.remove_suffix(1);
+  }
   return std::string(text);
 }
 
@@ -115,17 +124,74 @@ Json StepsFrom(const std::string& transcript) {
   return steps;
 }
 
-Json ErrorsFrom(const std::string& transcript) {
+// What makes a console line an error line: the loader's own complaints start
+// with its name; every error and failure line of the design carries one of
+// these words (any letter case), wherever it stands in the line, so a step
+// line that ends in an error is one too.
+constexpr std::string_view kOwnComplaint = "qrxbpl: ";
+constexpr std::array<std::string_view, 10> kErrorWords = {
+    "error",  "fail",       "invalid",  "unexpected",  "unable",
+    "cannot", "incomplete", "too long", "not allowed", "please provide",
+};
+
+bool IsErrorLine(std::string_view line) {
+  if (line.starts_with(kOwnComplaint)) return true;
+  std::string lower(line);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return std::any_of(kErrorWords.begin(), kErrorWords.end(), [&lower](std::string_view word) {
+    return lower.find(word) != std::string::npos;
+  });
+}
+
+Json ErrorLines() {
   Json errors = Json::array();
-  size_t position = 0;
-  while (position < transcript.size()) {
-    size_t lineEnd = transcript.find('\n', position);
-    if (lineEnd == std::string::npos) lineEnd = transcript.size();
-    const std::string_view line(transcript.data() + position, lineEnd - position);
-    if (line.starts_with("ERROR:")) errors.push_back(std::string(line));
-    position = lineEnd + 1;
+  for (const std::string& line : g_record.lines) {
+    if (IsErrorLine(line)) errors.push_back(line);
   }
   return errors;
+}
+
+// ISO 8601 in UTC to the millisecond, from microseconds since 1970.
+std::string UtcText(int64_t microseconds) {
+  constexpr int64_t kMicrosecondsPerDay = 86400LL * 1000000;
+  int64_t days = microseconds / kMicrosecondsPerDay;
+  int64_t inDay = microseconds % kMicrosecondsPerDay;
+  if (inDay < 0) {
+    inDay += kMicrosecondsPerDay;
+    --days;
+  }
+  // Days to a civil date, counted in 400-year eras from 0000-03-01.
+  const int64_t z = days + 719468;
+  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  const int64_t dayOfEra = z - era * 146097;
+  const int64_t yearOfEra =
+      (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+  const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+  const int64_t shiftedMonth = (5 * dayOfYear + 2) / 153;
+  const int64_t day = dayOfYear - (153 * shiftedMonth + 2) / 5 + 1;
+  const int64_t month = shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9;
+  const int64_t year = yearOfEra + era * 400 + (month <= 2 ? 1 : 0);
+  const int64_t milliseconds = inDay / 1000;
+  std::array<char, 96> text{};  // room for any 64-bit figures
+  std::snprintf(text.data(), text.size(), "%04lld-%02lld-%02lldT%02lld:%02lld:%02lld.%03lldZ",
+                static_cast<long long>(year), static_cast<long long>(month),
+                static_cast<long long>(day), static_cast<long long>(milliseconds / 3600000),
+                static_cast<long long>(milliseconds / 60000 % 60),
+                static_cast<long long>(milliseconds / 1000 % 60),
+                static_cast<long long>(milliseconds % 1000));
+  return text.data();
+}
+
+Json CaptureJson() {
+  if (g_runOptions.btsnoopPath == nullptr) return nullptr;
+  const BtsnoopState state = BtsnoopStatus();
+  Json stopped = nullptr;
+  if (state.stoppedAtRecord != 0) {
+    stopped = {{"record", state.stoppedAtRecord},
+               {"reason", Trimmed(SystemErrorText(state.stopError))}};
+  }
+  return {{"path", g_runOptions.btsnoopPath}, {"records", state.records}, {"stopped", stopped}};
 }
 
 Json TimingJson() {
@@ -155,15 +221,21 @@ Json FirmwareJson() {
 Json Render(std::optional<int> exitStatus) {
   Json report;
   report["program"] = "qrxbpl";
+  report["version"] = QRX_VERSION;
   report["build"] = kBuildStamp;
   report["arguments"] = g_record.arguments;
+  report["started"] = UtcText(g_record.startMicroseconds);
+  report["host"] = g_record.host;
+  const std::string link = LinkName();
+  report["link"] = link.empty() ? Json(nullptr) : Json(link);
   report["finished"] = exitStatus.has_value();
   report["exitStatus"] = exitStatus ? Json(*exitStatus) : Json(nullptr);
   report["versionAnswers"] = g_record.answers;
   report["firmware"] = FirmwareJson();
+  report["capture"] = CaptureJson();
   report["steps"] = StepsFrom(g_record.transcript);
   report["libraryStatus"] = g_record.libraryStatuses;
-  report["errors"] = ErrorsFrom(g_record.transcript);
+  report["errors"] = ErrorLines();
   // Why the serial port did not open, also when the terminal did not show it.
   if (!RecordedPortFailure().empty()) report["portFailure"] = RecordedPortFailure();
   report["timing"] = exitStatus ? TimingJson() : Json::array();
@@ -173,20 +245,19 @@ Json Render(std::optional<int> exitStatus) {
   return report;
 }
 
-// Replaces the file's content with one write. 0, or the platform's error number.
+// Replaces the file whole: a reader, or a run that ends here, finds the last
+// checkpoint or this one, never a mix. 0, or the platform's error number.
 int Store(std::optional<int> exitStatus) {
   // Invalid bytes in a console line must not cost the whole report.
   const std::string text =
       Render(exitStatus).dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-  OutputFileHandle file = kNoOutputFile;
-  int error = OutputFileCreate(g_runOptions.reportPath, &file);
-  if (error == 0) {
-    error = OutputFileWrite(file,
-                            std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
-    const int closeError = OutputFileClose(file);
-    if (error == 0) error = closeError;
-  }
-  return error;
+  return OutputFileReplace(g_runOptions.reportPath,
+                           std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
+}
+
+void SayNotWritten(int error) {
+  ConsolePrintf("qrxbpl: cannot write the report %s: %s\n", g_runOptions.reportPath,
+                SystemErrorText(error));
 }
 
 // Rewritten at each milestone of the run (a handful per run, none per
@@ -198,14 +269,21 @@ void Checkpoint() {
 
 }  // namespace
 
-void RunReportBegin(int argc, const char* const* argv) {
-  if (g_runOptions.reportPath == nullptr) return;
+bool RunReportBegin(int argc, const char* const* argv) {
+  if (g_runOptions.reportPath == nullptr) return true;
   g_record = RunRecord{};
-  g_record.active = true;
   g_record.startMicroseconds = WallClockMicroseconds();
+  g_record.host = QueryHostName();
   for (int i = 1; i < argc; ++i) g_record.arguments.push_back(argv[i]);
+  // The first checkpoint is the check that the file can be written at all.
+  if (const int error = Store(std::nullopt); error != 0) {
+    SayNotWritten(error);
+    return false;
+  }
+  g_record.active = true;
   ConsoleRecordInto(&g_record.transcript);
-  Checkpoint();
+  ConsoleLogLinesInto(&g_record.lines);
+  return true;
 }
 
 void RunReportVersionAnswer(std::span<const uint8_t> event, const char* form, const char* mode) {
@@ -247,11 +325,11 @@ void RunReportRunEnded(bool timingShown) {
 bool RunReportWrite(int exitStatus) {
   if (!g_record.active) return true;
   ConsoleRecordInto(nullptr);
+  ConsoleLogLinesInto(nullptr);
   const int error = Store(exitStatus);
   g_record.active = false;
   if (error != 0) {
-    ConsolePrintf("qrxbpl: cannot write the report %s: %s\n", g_runOptions.reportPath,
-                  SystemErrorText(error));
+    SayNotWritten(error);
     return false;
   }
   return true;

@@ -14,8 +14,11 @@ namespace qrx {
 // a signal leaves what it had reached. Without --report the calls below
 // record nothing.
 
-// Starts recording (the console transcript among it) when --report was given.
-void RunReportBegin(int argc, const char* const* argv);
+// Starts recording (the console among it) when --report was given, and
+// writes the first checkpoint: a report that cannot be written is said on
+// standard error (the file and the system's reason) before any link opens,
+// and false is returned; the run is then refused.
+bool RunReportBegin(int argc, const char* const* argv);
 
 // A Read Version answer as the driver classified it (event bytes, H4 byte
 // first): form "legacy", "tlv" or "short"; mode "bootloader", "operational" or "".
@@ -31,7 +34,8 @@ void RunReportLibraryStatus(const char* stage, FwLibStatus status);
 void RunReportRunEnded(bool timingShown);
 
 // Writes the report; a file that cannot be written is named with the
-// system's reason on standard error. Returns false in that case.
+// system's reason on standard error. Returns false in that case, and the
+// file keeps the last checkpoint that was written whole.
 bool RunReportWrite(int exitStatus);
 
 }  // namespace qrx

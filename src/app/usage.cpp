@@ -68,6 +68,7 @@ void PrintUsageOnStdout() {
 }
 
 void PrintBannerOnStdout() {
+  StdoutPrintf("qrxbpl %s\n", QRX_VERSION);
   StdoutPrintf(kBannerFormat, kBuildStamp);
   StdoutFlush();
 }

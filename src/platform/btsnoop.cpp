@@ -1,10 +1,13 @@
 #include "platform/btsnoop.h"
 
 #include <array>
+#include <string>
 #include <vector>
 
 #include "platform/byte_order.h"
 #include "platform/clock.h"
+#include "platform/console.h"
+#include "platform/error_text.h"
 #include "platform/output_file.h"
 
 namespace qrx {
@@ -33,6 +36,20 @@ constexpr uint8_t kH4Command = 0x01;
 constexpr uint8_t kH4Event = 0x04;
 
 OutputFileHandle g_file = kNoOutputFile;
+std::string g_path;
+uint64_t g_wholeBytes = 0;  // the header and every whole record
+BtsnoopState g_state;
+
+void StopAt(int error) {
+  g_state.stoppedAtRecord = g_state.records + 1;
+  g_state.stopError = error;
+  // What part of the record went out is taken back; if even that fails, the
+  // reader still finds the whole records before it.
+  (void)OutputFileTruncate(g_file, g_wholeBytes);
+  BtsnoopClose();
+  ConsolePrintf("qrxbpl: the capture %s stopped at record %u: %s\n", g_path.c_str(),
+                g_state.stoppedAtRecord, SystemErrorText(error));
+}
 
 }  // namespace
 
@@ -55,7 +72,12 @@ void Write(BtsnoopDirection direction, std::span<const uint8_t> h4Packet) {
             static_cast<uint64_t>(WallClockMicroseconds() + kEpochOffsetMicroseconds));
   std::copy(h4Packet.begin(), h4Packet.end(), record.begin() + kRecordHeaderSize);
   // A capture that cannot be written stops; the run itself goes on.
-  if (OutputFileWrite(g_file, record) != 0) BtsnoopClose();
+  if (const int error = OutputFileWrite(g_file, record); error != 0) {
+    StopAt(error);
+    return;
+  }
+  g_wholeBytes += record.size();
+  ++g_state.records;
 }
 
 }  // namespace btsnoop_detail
@@ -73,8 +95,15 @@ int BtsnoopOpen(const char* hostPath) {
     return error;
   }
   g_file = file;
+  g_path = hostPath;
+  g_wholeBytes = header.size();
+  g_state = BtsnoopState{};
   btsnoop_detail::g_capturing = true;
   return 0;
+}
+
+BtsnoopState BtsnoopStatus() {
+  return g_state;
 }
 
 void BtsnoopClose() {

@@ -16,6 +16,17 @@ enum class BtsnoopDirection : uint8_t { kSent, kReceived };
 int BtsnoopOpen(const char* hostPath);
 void BtsnoopClose();
 
+// A record that cannot be written (a full disk) ends the capture at once:
+// the file is cut back to the records before it, so it ends on a whole one,
+// and standard error says so: "qrxbpl: the capture FILE stopped at record N:
+// <reason>", N counting records from 1. The run itself goes on.
+struct BtsnoopState {
+  uint32_t records = 0;          // whole records in the file
+  uint32_t stoppedAtRecord = 0;  // the record that could not be written; 0: none
+  int stopError = 0;             // the platform's error number then
+};
+BtsnoopState BtsnoopStatus();
+
 namespace btsnoop_detail {
 extern bool g_capturing;
 void Write(BtsnoopDirection direction, std::span<const uint8_t> h4Packet);

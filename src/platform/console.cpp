@@ -1,9 +1,11 @@
 #include "platform/console.h"
 
+#include <array>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cwchar>
+#include <string_view>
 #include <vector>
 
 namespace qrx {
@@ -19,6 +21,29 @@ std::string g_statusText;
 // Part of a line is on the screen: the status line waits for its end.
 bool g_lineOpen = false;
 std::string* g_transcript = nullptr;
+
+enum Stream : size_t { kStdout, kStderr, kStreamCount };
+constexpr size_t kNoOpenLine = static_cast<size_t>(-1);
+std::vector<std::string>* g_lineLog = nullptr;
+std::array<size_t, kStreamCount> g_openLine = {kNoOpenLine, kNoOpenLine};
+
+// Each stream's text is cut into lines of its own, so a line one stream is
+// still writing is not broken by the other's.
+void LogLines(Stream stream, std::string_view text) {
+  if (g_lineLog == nullptr) return;
+  size_t& open = g_openLine[stream];
+  while (!text.empty()) {
+    if (open == kNoOpenLine) {
+      open = g_lineLog->size();
+      g_lineLog->emplace_back();
+    }
+    const size_t end = text.find('\n');
+    (*g_lineLog)[open].append(text.substr(0, end));
+    if (end == std::string_view::npos) return;
+    open = kNoOpenLine;
+    text.remove_prefix(end + 1);
+  }
+}
 
 }  // namespace
 
@@ -124,6 +149,11 @@ void ConsoleRecordInto(std::string* transcript) {
   g_transcript = transcript;
 }
 
+void ConsoleLogLinesInto(std::vector<std::string>* lines) {
+  g_lineLog = lines;
+  g_openLine.fill(kNoOpenLine);
+}
+
 void ConsolePrintf(const char* format, ...) {
   HideStatusLine();
   va_list args;
@@ -137,6 +167,7 @@ void ConsolePrintf(const char* format, ...) {
     std::fwrite(text.data(), 1, text.size(), stderr);
   }
   if (g_transcript != nullptr) g_transcript->append(text);
+  LogLines(kStderr, text);
   RedrawAfter(text);
 }
 
@@ -155,6 +186,7 @@ void StdoutPrintf(const char* format, ...) {
     // Out before the status line is drawn again on the shared screen.
     if (!g_statusText.empty()) std::fflush(stdout);
   }
+  LogLines(kStdout, text);
   RedrawAfter(text);
 }
 
@@ -165,16 +197,18 @@ void StdoutWidePrintf(const wchar_t* format, ...) {
   const int written = std::vswprintf(text, kWideMessageCapacity, format, args);
   va_end(args);
   if (written < 0) return;
+  // The messages are plain ASCII; a capture and the line log hold them as the
+  // narrow bytes both systems write.
+  std::string narrow;
+  for (const wchar_t* c = text; *c != L'\0'; ++c) {
+    narrow += (static_cast<uint32_t>(*c) < 0x80) ? static_cast<char>(*c) : kUnprintable;
+  }
+  LogLines(kStdout, narrow);
   if (ConsoleSinkAccess::active == nullptr) {
     StdoutWriteWide(text);
     return;
   }
-  // The messages are plain ASCII; a capture holds them as the narrow bytes
-  // both systems write.
-  for (const wchar_t* c = text; *c != L'\0'; ++c) {
-    ConsoleSinkAccess::Out() +=
-        (static_cast<uint32_t>(*c) < 0x80) ? static_cast<char>(*c) : kUnprintable;
-  }
+  ConsoleSinkAccess::Out() += narrow;
 }
 
 void StdoutFlush() {

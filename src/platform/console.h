@@ -1,8 +1,15 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace qrx {
+
+// Set up once, first thing in the process (console_posix.cpp,
+// console_win32.cpp): both streams write through, so a line is seen whole the
+// moment it is printed, the unfinished one too, and a killed run loses none
+// of it. Each print below is formatted first and handed over as one write.
+void ConsoleStart();
 
 // The one console printer. Everything the loader tells the operator is
 // printf-formatted text on standard error.
@@ -37,6 +44,11 @@ void ConsoleKeepStatusLine(const char* text);
 // While a transcript is set, everything printed on standard error is also
 // appended to it (the status line excepted). nullptr stops recording.
 void ConsoleRecordInto(std::string* transcript);
+
+// While a line log is set, every line printed on either stream is also kept
+// in it, without its line end, in the order the lines began; a line not yet
+// ended is there as far as it goes. nullptr stops logging.
+void ConsoleLogLinesInto(std::vector<std::string>* lines);
 
 // The system's half of StdoutWidePrintf (console_posix.cpp, console_win32.cpp):
 // puts formatted wide text on standard output. Only the printer calls it.

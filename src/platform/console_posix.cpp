@@ -12,6 +12,10 @@ namespace {
 constexpr char kUnprintable = '?';
 }
 
+// Standard error has no buffer here, as the C library starts it; standard
+// output carries only whole lines and is flushed where they must be seen.
+void ConsoleStart() {}
+
 // Standard output is a narrow stream here: the wide text goes out as the same
 // ASCII bytes, character by character.
 void StdoutWriteWide(const wchar_t* text) {

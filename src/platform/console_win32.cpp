@@ -8,6 +8,15 @@
 
 namespace qrx {
 
+// Into a pipe or a file the C runtime buffers both streams (4 KiB), so an
+// unfinished line would wait for more text and die with a killed process.
+// Without a buffer each write reaches the system at once, still through the
+// text mode that turns every line end into CR LF.
+void ConsoleStart() {
+  std::setvbuf(stdout, nullptr, _IONBF, 0);
+  std::setvbuf(stderr, nullptr, _IONBF, 0);
+}
+
 // The C runtime takes wide and narrow text on one stream alike and writes
 // both through the same text-mode conversion.
 void StdoutWriteWide(const wchar_t* text) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace qrx {
 
@@ -15,5 +16,8 @@ bool QueryMachineRegistryValue(const char* keyPath, const char* valueName, uint8
 // Whether the process runs as a 32-bit program under emulation on a 64-bit
 // system. True when the question could be answered.
 bool QueryProcessEmulation(bool* emulated);
+
+// The machine's name on the network, for records; empty when it cannot be read.
+std::string QueryHostName();
 
 }  // namespace qrx

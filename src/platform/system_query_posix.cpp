@@ -1,3 +1,7 @@
+#include <unistd.h>
+
+#include <array>
+
 #include "platform/system_query.h"
 
 namespace qrx {
@@ -11,6 +15,13 @@ bool QueryMachineRegistryValue(const char* /*keyPath*/, const char* /*valueName*
 bool QueryProcessEmulation(bool* emulated) {
   *emulated = false;
   return true;
+}
+
+std::string QueryHostName() {
+  // The longest name the system hands out, and its terminator.
+  std::array<char, 256> name{};
+  if (::gethostname(name.data(), name.size() - 1) != 0) return "";
+  return name.data();
 }
 
 }  // namespace qrx

@@ -25,4 +25,10 @@ bool QueryProcessEmulation(bool* emulated) {
   return true;
 }
 
+std::string QueryHostName() {
+  char name[MAX_COMPUTERNAME_LENGTH + 1] = {};
+  DWORD size = sizeof name;
+  return GetComputerNameA(name, &size) != FALSE ? std::string(name, size) : std::string();
+}
+
 }  // namespace qrx

@@ -18,8 +18,17 @@ namespace {
 // did not happen. Giving a link back takes a handful of single system calls
 // (ioctl, flock, close), each safe inside a handler, and the handler never
 // returns: it ends the process by the same signal. Nothing else is touched, so
-// the state the interrupted code was in does not matter.
-constexpr std::array<int, 3> kTerminationSignals = {SIGINT, SIGTERM, SIGHUP};
+// the state the interrupted code was in does not matter. That holds for the
+// faults too: the release reads only its lock-free slots, so a crash (or an
+// abort) in the middle of the run's own code still gives the line back.
+constexpr std::array<int, 9> kTerminationSignals = {SIGINT,  SIGTERM, SIGHUP, SIGQUIT, SIGABRT,
+                                                    SIGSEGV, SIGBUS,  SIGFPE, SIGILL};
+
+// A stack of its own for the handler, so a fault from a stack that has run out
+// still gets its link released.
+constexpr size_t kHandlerStackBytes = 64 * 1024;
+alignas(16) std::array<char, kHandlerStackBytes> g_handlerStack;
+bool g_handlerStackSet = false;
 
 static_assert(std::atomic<SignalSafeRelease>::is_always_lock_free);
 std::atomic<SignalSafeRelease> g_release{nullptr};
@@ -63,6 +72,12 @@ void OnTerminationSignal(int signalNumber) {
 
 void CatchTerminationSignals(SignalSafeRelease release) {
   g_release.store(release);
+  if (!g_handlerStackSet) {
+    stack_t stack{};
+    stack.ss_sp = g_handlerStack.data();
+    stack.ss_size = g_handlerStack.size();
+    g_handlerStackSet = sigaltstack(&stack, nullptr) == 0;
+  }
   for (size_t i = 0; i < kTerminationSignals.size(); ++i) {
     Previous& previous = g_previous[i];
     if (previous.caught) continue;
@@ -72,7 +87,7 @@ void CatchTerminationSignals(SignalSafeRelease release) {
     action.sa_handler = OnTerminationSignal;
     sigemptyset(&action.sa_mask);
     // Not deferred while the handler runs, so a second request gets through.
-    action.sa_flags = SA_NODEFER;
+    action.sa_flags = SA_NODEFER | (g_handlerStackSet ? SA_ONSTACK : 0);
     previous.caught = sigaction(kTerminationSignals[i], &action, nullptr) == 0;
   }
 }
@@ -85,6 +100,19 @@ void RestoreTerminationSignals() {
     previous.caught = false;
   }
   g_release.store(nullptr);
+}
+
+// Why ignored rather than caught: a broken pipe is the console's trouble, not
+// the link's. Ended by it, the process would leave the download half done and
+// no report; ignored, each console write fails like any failed write (the
+// design does not look at what printing returns), the run finishes and its
+// clean-up restores the line as on any other ending. Sockets never raise it
+// (their sends ask not to).
+void IgnoreBrokenPipes() {
+  struct sigaction action {};
+  action.sa_handler = SIG_IGN;
+  sigemptyset(&action.sa_mask);
+  sigaction(SIGPIPE, &action, nullptr);
 }
 
 }  // namespace qrx

@@ -46,4 +46,7 @@ void RestoreTerminationSignals() {
   g_release.store(nullptr);
 }
 
+// Writes to a closed pipe fail with an error here; no signal ends the process.
+void IgnoreBrokenPipes() {}
+
 }  // namespace qrx

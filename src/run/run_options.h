@@ -46,6 +46,8 @@ struct RunOptions {
   ProgressMode progress = ProgressMode::kAuto;  // --progress, --no-progress
   const char* btsnoopPath = nullptr;            // --btsnoop FILE
   const char* reportPath = nullptr;             // --report FILE
+  bool noLowLatency = false;                    // --no-low-latency
+  uint32_t tcpReadTimeoutMs = 0;                // --tcp-timeout S, QRXBPL_TCP_TIMEOUT; 0: none
 };
 
 extern RunOptions g_runOptions;

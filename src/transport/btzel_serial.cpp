@@ -5,6 +5,7 @@
 #include "platform/btsnoop.h"
 #include "platform/console.h"
 #include "platform/error_text.h"
+#include "run/run_options.h"
 #include "transport/h4_packet_types.h"
 #include "transport/port_failure.h"
 
@@ -59,6 +60,7 @@ int8_t BTZELSERIAL::OpenPort(int32_t portNumber) {
     NotePortFailure(portPath_, error);
     return kOpenPortFailed;
   }
+  if (!g_runOptions.noLowLatency) SerialAskLowLatency(portHandle_);
   // From here on a failing step is reported and the open still succeeds, even
   // with the port closed on the way: later reads and writes fail instead.
   SerialLineSettings line;

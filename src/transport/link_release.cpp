@@ -1,6 +1,5 @@
 #include "transport/link_release.h"
 
-#include <array>
 #include <atomic>
 
 namespace qrx {
@@ -12,21 +11,44 @@ constexpr size_t kSlots = 4;
 constexpr intptr_t kEmpty = -1;
 
 static_assert(std::atomic<intptr_t>::is_always_lock_free);
-using Slots = std::array<std::atomic<intptr_t>, kSlots>;
-Slots g_serialLinks = {kEmpty, kEmpty, kEmpty, kEmpty};
-Slots g_socketLinks = {kEmpty, kEmpty, kEmpty, kEmpty};
+static_assert(std::atomic<bool>::is_always_lock_free);
 
-void Hold(Slots& slots, intptr_t link) {
-  for (std::atomic<intptr_t>& slot : slots) {
+struct SocketSlot {
+  std::atomic<intptr_t> link{kEmpty};
+};
+
+// The driver state is written before `stateKept` is set, and the handler
+// reads it only after taking the flag, so it never sees half a state.
+struct SerialSlot {
+  std::atomic<intptr_t> link{kEmpty};
+  std::atomic<bool> stateKept{false};
+  SerialDriverState state;
+};
+
+std::array<SerialSlot, kSlots> g_serialLinks;
+std::array<SocketSlot, kSlots> g_socketLinks;
+
+template <typename Slot>
+void Hold(std::array<Slot, kSlots>& slots, intptr_t link) {
+  for (Slot& slot : slots) {
     intptr_t empty = kEmpty;
-    if (slot.compare_exchange_strong(empty, link)) return;
+    if (slot.link.compare_exchange_strong(empty, link)) return;
   }
 }
 
-void LetGo(Slots& slots, intptr_t link) {
-  for (std::atomic<intptr_t>& slot : slots) {
+template <typename Slot>
+Slot* Holding(std::array<Slot, kSlots>& slots, intptr_t link) {
+  for (Slot& slot : slots) {
+    if (slot.link.load() == link) return &slot;
+  }
+  return nullptr;
+}
+
+template <typename Slot>
+void LetGo(std::array<Slot, kSlots>& slots, intptr_t link) {
+  for (Slot& slot : slots) {
     intptr_t held = link;
-    if (slot.compare_exchange_strong(held, kEmpty)) return;
+    if (slot.link.compare_exchange_strong(held, kEmpty)) return;
   }
 }
 
@@ -36,8 +58,28 @@ void HoldSerialLink(intptr_t device) {
   Hold(g_serialLinks, device);
 }
 
+// The state is forgotten first: a handler that still finds the link then only
+// releases it, and the ordinary close has put the state back already.
 void LetGoSerialLink(intptr_t device) {
+  ForgetSerialDriverState(device);
   LetGo(g_serialLinks, device);
+}
+
+void ForgetSerialDriverState(intptr_t device) {
+  if (SerialSlot* slot = Holding(g_serialLinks, device)) slot->stateKept.store(false);
+}
+
+bool KeepSerialDriverState(intptr_t device, const SerialDriverState& state) {
+  SerialSlot* slot = Holding(g_serialLinks, device);
+  if (slot == nullptr) return false;
+  slot->state = state;
+  slot->stateKept.store(true);
+  return true;
+}
+
+const SerialDriverState* KeptSerialDriverState(intptr_t device) {
+  const SerialSlot* slot = Holding(g_serialLinks, device);
+  return slot != nullptr && slot->stateKept.load() ? &slot->state : nullptr;
 }
 
 void HoldSocketLink(intptr_t socket) {
@@ -51,13 +93,16 @@ void LetGoSocketLink(intptr_t socket) {
 // Whoever empties a slot releases its link: the handler, or the code that let
 // it go. So no link is closed twice.
 void ReleaseHeldLinksInSignalHandler() {
-  for (std::atomic<intptr_t>& slot : g_serialLinks) {
-    if (const intptr_t device = slot.exchange(kEmpty); device != kEmpty) {
+  for (SerialSlot& slot : g_serialLinks) {
+    if (const intptr_t device = slot.link.exchange(kEmpty); device != kEmpty) {
+      if (slot.stateKept.exchange(false)) RestoreSerialDriverAtOnce(device, slot.state);
       ReleaseSerialDeviceAtOnce(device);
     }
   }
-  for (std::atomic<intptr_t>& slot : g_socketLinks) {
-    if (const intptr_t socket = slot.exchange(kEmpty); socket != kEmpty) CloseSocketAtOnce(socket);
+  for (SocketSlot& slot : g_socketLinks) {
+    if (const intptr_t socket = slot.link.exchange(kEmpty); socket != kEmpty) {
+      CloseSocketAtOnce(socket);
+    }
   }
 }
 

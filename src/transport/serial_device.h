@@ -48,8 +48,16 @@ std::string SerialDevicePathForName(const char* portName, bool scansComNumber);
 // (no overlapped I/O). kNoSerialDevice when the device cannot be opened or
 // another process holds it.
 SerialHandle SerialOpen(const char* path);
-// Gives up exclusivity before closing, so the next run opens the device.
+// Gives up exclusivity before closing, so the next run opens the device,
+// and puts back the driver settings SerialAskLowLatency changed.
 void SerialClose(SerialHandle port);
+
+// Asks the driver to hand received bytes over at once instead of holding
+// them for a timer (a USB serial adapter's latency timer). Its own settings
+// are kept with the held link, for SerialClose and the signal path to put
+// back. Where the driver has no such setting (a pseudo-terminal, Windows'
+// COM driver), nothing happens and nothing is said.
+void SerialAskLowLatency(SerialHandle port);
 
 // Fresh line settings for the open: raw bytes, 8 data bits, no parity, 1 stop
 // bit, no flow control of either kind, at the given rate. False when they

@@ -2,6 +2,7 @@
 // file, its struct termios clashes with the kernel's.
 #include <asm/termbits.h>
 #include <fcntl.h>
+#include <linux/serial.h>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
@@ -24,6 +25,7 @@ namespace qrx {
 namespace {
 
 static_assert(sizeof(termios2) <= sizeof(SerialLineSettings::storage));
+static_assert(sizeof(serial_struct) <= sizeof(SerialDriverState::storage));
 
 termios2 Unpack(const SerialLineSettings& line) {
   termios2 settings{};
@@ -139,8 +141,30 @@ SerialHandle SerialOpen(const char* path) {
   return fd;
 }
 
+// The driver is asked the old way, through its serial flags: USB serial
+// drivers take the flag as "no latency timer" (ftdi_sio sets its timer to
+// 1 ms), the 8250 family as "hand bytes over at once". Only the one flag
+// changes, which any user may do. A pseudo-terminal has no flags: nothing.
+void SerialAskLowLatency(SerialHandle port) {
+  const int fd = Descriptor(port);
+  serial_struct flags{};
+  if (::ioctl(fd, TIOCGSERIAL, &flags) < 0 || (flags.flags & ASYNC_LOW_LATENCY) != 0) return;
+  SerialDriverState kept;
+  std::memcpy(kept.storage.data(), &flags, sizeof flags);
+  if (!KeepSerialDriverState(fd, kept)) return;
+  flags.flags |= ASYNC_LOW_LATENCY;
+  if (::ioctl(fd, TIOCSSERIAL, &flags) < 0) ForgetSerialDriverState(fd);
+}
+
+void RestoreSerialDriverAtOnce(intptr_t device, const SerialDriverState& state) {
+  ::ioctl(static_cast<int>(device), TIOCSSERIAL, state.storage.data());
+}
+
 void SerialClose(SerialHandle port) {
   const int fd = Descriptor(port);
+  if (const SerialDriverState* kept = KeptSerialDriverState(fd)) {
+    RestoreSerialDriverAtOnce(fd, *kept);
+  }
   // Exclusivity outlives the descriptor while anyone else keeps the device
   // open (the far end of a pseudo-terminal does): it is cleared first.
   ::ioctl(fd, TIOCNXCL);

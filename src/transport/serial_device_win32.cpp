@@ -72,6 +72,12 @@ void SerialClose(SerialHandle port) {
   CloseHandle(Native(port));
 }
 
+// The COM driver has no such request: an adapter's latency timer is set in
+// its driver's properties.
+void SerialAskLowLatency(SerialHandle /*port*/) {}
+
+void RestoreSerialDriverAtOnce(intptr_t /*device*/, const SerialDriverState& /*state*/) {}
+
 void ReleaseSerialDeviceAtOnce(intptr_t device) {
   const HANDLE port = reinterpret_cast<HANDLE>(device);
   DCB settings{};

@@ -78,11 +78,13 @@ void ReportCopyFailure(uint8_t* destination, uint32_t capacity, int error) {
 // reads wait until the server answers or the connection fails, and t has no
 // effect. Intended. Since the value never changes, it is set once per
 // connection: a call after the first success costs nothing, and a failed one
-// is reported and tried again on the next read.
+// is reported and tried again on the next read. A test station's bound
+// (--tcp-timeout) goes in the word the option is read from, so each read
+// then fails after it like any failed read.
 void SetReadTimeout(uint32_t timeoutMs) {
   if (g_tcp.readTimeoutSet) return;
   std::array<uint8_t, kReceiveTimeoutOptionSize> optionValue{};
-  WriteLe32(optionValue, 0, 0);
+  WriteLe32(optionValue, 0, g_runOptions.tcpReadTimeoutMs);
   WriteLe32(optionValue, 4, timeoutMs);
   if (SetReceiveTimeout(g_tcp.socket, optionValue) != 0) {
     StdoutWidePrintf(L"ERROR:  to set timeout error: %d\n", LastSocketError());

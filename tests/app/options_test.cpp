@@ -3,11 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "app/rate_tables.h"
+#include "app/run_driver.h"
 #include "hci/vendor_commands.h"
 #include "platform/byte_order.h"
 #include "platform/console.h"
+#include "run/firmware_type.h"
 
 namespace qrx {
 namespace {
@@ -97,7 +101,7 @@ struct OptionsCase {
   std::string fields;
 };
 
-const std::string kTooLongAddress(1024, 'a');
+const std::string kTooLongAddress(1024, 'a'), kLongest(1023, 'b');
 
 // clang-format off
 const std::vector<OptionsCase> kCases = {
@@ -109,8 +113,6 @@ const std::vector<OptionsCase> kCases = {
     {{"-i", "2", "-r", "3000000", "-h", "2"}, true, kCustom, "i=2 h=2 change=1 code=10 rate=3000000"},
     {{"-i", "2", "-h", "2", "-r", "3000000", "-r", "115200"}, true, kCustom,
      "i=2 h=2 rate=115200 unlisted=1"},
-    {{"-i", "2", "-h", "2", "-r", "3000000", "-r", "6000000"}, true, kCustom,
-     "i=2 h=2 change=1 code=11 rate=6000000"},
     {{"-i", "2", "-b", "0100", "-b", "0X24800"}, true,
      "Reset[8] = 64 Reset[9] = 0 Reset[10] = 0 Reset[11] = 0 \n"
      "Reset[8] = 0 Reset[9] = 72 Reset[10] = 2 Reset[11] = 0 \n" + kCustom, "i=2 b=1 boot=149504"},
@@ -125,6 +127,8 @@ const std::vector<OptionsCase> kCases = {
     {{"-i", "2", "-h", "-r", "3000000"}, false, "Invalid host interface, recheck value passed to '-h'\n\n" + kCustom,
      "i=2 h=0"},
     {{"-i", "3", "-a", kTooLongAddress.c_str(), "-p", "1"}, false, kCustom, "i=3"},
+    {{"-i", "3", "-a", kLongest.c_str()}, true, kCustom, "i=3 a=" + kLongest},
+    {{"-i", "3", "-a", kLongest.c_str() + 1}, true, kCustom, "i=3 a=" + kLongest.substr(1)},
     {{"-i", "2", "-h"}, false, "Invalid host interface, no value passed to '-h'\n\n" + kCustom, "i=2"},
     {{"-i", "3", "-a"}, false, "Invalid IP address, no value passed to '-a'\n\n" + kCustom, "i=3"},
     {{"-i", "2", "-p"}, false, "Invalid port name, no value passed to '-p'\n\n" + kCustom, "i=2"},
@@ -152,6 +156,52 @@ TEST(ParseCommandLine, PrintsAndStoresExactlyWhatEachArgumentListCallsFor) {
     EXPECT_EQ(Changed(g_runOptions), c.fields);
   }
   RestoreResetTemplate();
+}
+
+// Every row of both tables, and each rate's neighbours, which no table lists:
+// code 4 then, marked unlisted on an ASIC only. -1 stands for such a rate, 0
+// for the ASIC row that keeps the code it had.
+TEST(MapBaudRate, GivesEachListedRateItsCodeAndAnyOtherTheDefault) {
+  constexpr std::tuple<uint32_t, int, int> kRows[] = {
+      {230400, 5, 5},    {460800, 6, 6},    {921600, 7, 7},    {1843200, 8, 8},   {3250000, 9, 9},
+      {3000000, 10, 11}, {2000000, -1, 10}, {3686400, -1, 12}, {3714286, -1, 12}, {4333333, -1, 13},
+      {6500000, -1, 14}, {6000000, -1, 0},  {115200, -1, -1}};
+  for (const auto& [listed, fpga, asic] : kRows) {
+    for (const uint32_t rate : {listed - 1, listed, listed + 1}) {
+      for (const int32_t host : {kHostInterfaceFpga, kHostInterfaceAsic}) {
+        SCOPED_TRACE(std::to_string(rate) + " on host " + std::to_string(host));
+        const int want = rate != listed ? -1 : host == kHostInterfaceFpga ? fpga : asic;
+        const RateMapping got = MapBaudRate(host, rate, {0x77, false});
+        EXPECT_EQ(got.code, want < 0 ? kDefaultBaudRateCode : want == 0 ? 0x77 : want);
+        EXPECT_EQ(got.unlisted, want < 0 && host == kHostInterfaceAsic);
+      }
+    }
+  }
+}
+
+// Hardware variant (event byte 8) 0x11 and up reads the secure boot
+// parameters; variant 0x0B only from revision (byte 9) 0x10.
+TEST(WantsSecureBootParams, FromVariant0x11OrVariant0x0BRevision0x10) {
+  const std::pair<std::array<uint8_t, 2>, bool> kCases[] = {
+      {{0x10, 0xFF}, false}, {{0x11, 0x00}, true}, {{0xFF, 0x00}, true}, {{0x0A, 0xFF}, false},
+      {{0x0B, 0x0F}, false}, {{0x0B, 0x10}, true}, {{0x0C, 0x10}, false}};
+  for (const auto& [bytes, wanted] : kCases) {
+    std::array<uint8_t, kEventBufferSize> event{};
+    event[8] = bytes[0], event[9] = bytes[1];
+    EXPECT_EQ(WantsSecureBootParams(event), wanted) << int{bytes[0]} << " " << int{bytes[1]};
+  }
+}
+
+// A -fw or --firmware name takes the type of the first extension found
+// anywhere in it, in the order .dat, .sfi, .bseq; any other is refused.
+TEST(FirmwareTypeFromName, FirstKnownExtensionAnywhereInThePath) {
+  const std::pair<const char*, std::string> kNames[] = {
+      {"fw.dat", "FWDAT"},     {"x.sfi", "SFI"},       {"x.bseq", "BSEQ"},
+      {"a.bseq/x.sfi", "SFI"}, {"a.sfi.dat", "FWDAT"}, {"x.bin", "none"}};
+  for (const auto& [path, name] : kNames) {
+    FirmwareFileType type{};
+    EXPECT_EQ(FirmwareTypeFromName(path, type) ? FirmwareTypeName(type) : "none", name) << path;
+  }
 }
 
 }  // namespace

@@ -5,7 +5,10 @@
 #include "app/options.h"
 #include "app/orchestration.h"
 #include "app/timing.h"
+#include "platform/clock.h"
 #include "platform/console.h"
+#include "run/download_progress.h"
+#include "run/run_options.h"
 
 namespace qrx {
 namespace {
@@ -54,6 +57,39 @@ TEST(TimingTable, ShowsEveryStepAsShareAndSecondsLeavingTheLinkRowsOutOverTcp) {
   PrintTimingTable(timers, kInterfaceUart, 1e9);
   PrintTimingTable(timers, kInterfaceTcp, 1e9);
   EXPECT_EQ(console.Err(), header + uartRows + commonRows + header + commonRows);
+}
+
+// A row adds up every interval of its step, not only the first or the last,
+// counted at the frequency the clock states.
+TEST(RunTimers, EveryStopAddsItsIntervalToTheRow) {
+  g_runTimers = RunTimers{};
+  for (int i = 0; i < 2; ++i) {
+    StartTimer(RunTimer::kComRead);
+    SleepMilliseconds(30);
+    StopTimer(RunTimer::kComRead);
+  }
+  const double seconds = g_runTimers.timers[3].accumulated / PerformanceFrequency();
+  EXPECT_GE(seconds, 0.06);
+  EXPECT_LT(seconds, 1.0);
+}
+
+// Half an image (24 kbit) after a little over 0.3 s: the rate is shown in kbit/s, bytes times 8.
+TEST(ProgressLine, ShowsTheRateInKilobitsPerSecond) {
+  g_runOptions = RunOptions{};
+  g_runOptions.progress = ProgressMode::kOn;
+  ConsoleCapture console;
+  const int64_t before = PerformanceCounter();
+  ProgressBegin(6000);
+  SleepMilliseconds(300);
+  ProgressUpdate(3000);
+  const auto seconds = static_cast<double>(PerformanceCounter() - before) / PerformanceFrequency();
+  ProgressEnd();
+  g_runOptions = RunOptions{};
+  double kbits = 0;
+  ASSERT_EQ(std::sscanf(console.Err().c_str(), "\r 50%% 3000/6000 bytes  %lf kbit/s", &kbits), 1)
+      << console.Err();
+  EXPECT_LE(kbits, 24 / 0.3 + 0.1);
+  EXPECT_GE(kbits, 24 / seconds - 0.1);
 }
 
 }  // namespace

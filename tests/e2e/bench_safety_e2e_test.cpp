@@ -1,10 +1,18 @@
+#include <arpa/inet.h>
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
 #include <regex>
 #include <sstream>
 #include <unistd.h>
@@ -12,6 +20,8 @@
 #include <nlohmann/json.hpp>
 
 #include "e2e/e2e_bench.h"
+#include "support/report_schema.h"
+#include "support/unprivileged_user.h"
 
 // What a real bench does to the loader beyond its console: interrupts, a port
 // someone else holds, a controller that sends garbage, names that are not what
@@ -40,15 +50,38 @@ struct SignalCase {
   bool overTcp;
 };
 
+// The reader of the console goes away mid-download, as `| head` does: the
+// loader goes on to its end and exits as the download went.
+ProcessResult RunIntoAReaderThatQuits(const E2eBench& bench, const std::vector<std::string>& args) {
+  const std::string status = bench.Drive().Join("status");
+  std::vector<std::string> argv = {
+      "/bin/sh", "-c", "{ \"$@\" --progress; echo $? >" + status + "; } 2>&1 | head -c 400", "sh",
+      BuildProduct("src/qrxbpl")};
+  argv.insert(argv.end(), args.begin(), args.end());
+  ProcessResult run = RunProcess(argv, {{"QRXBPL_DRIVE_C", bench.Drive().Path()}});
+  run.exitStatus = std::atoi(bench.Drive().Read("status").c_str());
+  return run;
+}
+
 // A signal in the middle of a download: the process ends by that signal and
-// prints nothing more; the line is back at 115200 and the port free, so the
+// prints nothing more; the line is back at 115200 and the port free (not left
+// exclusive, so an ordinary user in the device's group opens it next), so the
 // next run on the same line downloads. Over TCP the connection is closed and
-// the server takes the next run.
+// the server takes the next run. A broken console pipe ends nothing: the
+// download finishes and gives the line back as usual.
 TEST(BenchSafety, ATerminatingSignalMidDownloadGivesTheLinkBack) {
   const SignalCase cases[] = {
-      {"SIGINT", SIGINT, false}, {"SIGTERM", SIGTERM, false}, {"SIGHUP", SIGHUP, false},
-      {"SIGINT", SIGINT, true},  {"SIGTERM", SIGTERM, true},  {"SIGHUP", SIGHUP, true},
+      {"SIGINT", SIGINT, false},   {"SIGTERM", SIGTERM, false}, {"SIGHUP", SIGHUP, false},
+      {"SIGQUIT", SIGQUIT, false}, {"SIGABRT", SIGABRT, false}, {"SIGSEGV", SIGSEGV, false},
+      {"SIGPIPE", SIGPIPE, false}, {"SIGINT", SIGINT, true},    {"SIGTERM", SIGTERM, true},
+      {"SIGHUP", SIGHUP, true},
   };
+  // The signals whose default leaves a core leave none here.
+  const rlimit noCore{0, 0};
+  ASSERT_EQ(setrlimit(RLIMIT_CORE, &noCore), 0);
+  const UnprivilegedUser user("dialout");
+  if (!user.Made())
+    std::cout << "Not root: the next run goes as this user, who meets an exclusive line too.\n";
   for (const SignalCase& c : cases) {
     SCOPED_TRACE(std::string(c.name) + (c.overTcp ? " over TCP" : " on a pty"));
     E2eBench bench;
@@ -63,33 +96,50 @@ TEST(BenchSafety, ATerminatingSignalMidDownloadGivesTheLinkBack) {
         c.overTcp ? std::vector<std::string>{"-i", "3", "-a", "127.0.0.1", "-p", where}
                   : std::vector<std::string>{"-i", "2", "-h", "2", "-p", where, "-r", "3000000"};
 
-    ChildProcess loader;
-    ASSERT_TRUE(bench.StartLoader(loader, args));
-    ASSERT_TRUE(bench.WaitForCommands(kCommandsBeforeSignal));
-    loader.Signal(c.signalNumber);
-    const std::string out = loader.ReadAll(kExitLimitMs);
-    EXPECT_EQ(loader.WaitExit(kExitLimitMs), -1);
-    EXPECT_EQ(loader.EndingSignal(), c.signalNumber);
-    EXPECT_EQ(out, "");  // no closing message: the console just stops
-    if (c.overTcp) {
-      // A frame line may be cut short by the signal; nothing else follows.
-      static const std::regex kFramesSoFar("(Send Packet Size = [0-9]+ \n)*(Send Pack[^\n]*)?");
-      const std::string& err = loader.CollectedErr();
-      ASSERT_EQ(err.rfind(kTcpStart, 0), 0u) << err;
-      EXPECT_TRUE(std::regex_match(err.substr(kTcpStart.size()), kFramesSoFar)) << err;
+    if (c.signalNumber == SIGPIPE) {
+      const ProcessResult piped = RunIntoAReaderThatQuits(bench, args);
+      EXPECT_EQ(piped.exitStatus, 0);
+      EXPECT_EQ(bench.SimulatorLine(), kLineAt115200);
     } else {
-      EXPECT_EQ(loader.CollectedErr(),
-                kUartStart + R"T(CMD: Change Baud Rate (3000000)          [OK]
+      ChildProcess loader;
+      ASSERT_TRUE(bench.StartLoader(loader, args));
+      ASSERT_TRUE(bench.WaitForCommands(kCommandsBeforeSignal));
+      loader.Signal(c.signalNumber);
+      const std::string out = loader.ReadAll(kExitLimitMs);
+      EXPECT_EQ(loader.WaitExit(kExitLimitMs), -1);
+      EXPECT_EQ(loader.EndingSignal(), c.signalNumber);
+      EXPECT_EQ(out, "");  // no closing message: the console just stops
+      if (c.overTcp) {
+        // A frame line may be cut short by the signal; nothing else follows.
+        static const std::regex kFramesSoFar("(Send Packet Size = [0-9]+ \n)*(Send Pack[^\n]*)?");
+        const std::string& err = loader.CollectedErr();
+        ASSERT_EQ(err.rfind(kTcpStart, 0), 0u) << err;
+        EXPECT_TRUE(std::regex_match(err.substr(kTcpStart.size()), kFramesSoFar)) << err;
+      } else {
+        EXPECT_EQ(loader.CollectedErr(),
+                  kUartStart + R"T(CMD: Change Baud Rate (3000000)          [OK]
 Setting Local Baud Rate to (3000000)     [OK]
 Initialization complete.
 Downloading FWDAT file...
 )T");
-      EXPECT_EQ(bench.SimulatorLine(), kLineAt115200);
+        EXPECT_EQ(bench.SimulatorLine(), kLineAt115200);
+      }
     }
 
     std::vector<std::string> nextArgs = args;
     if (c.overTcp) nextArgs.push_back("--tcp-nodelay");
-    const ProcessResult next = bench.RunLoader(nextArgs);
+    ProcessResult next;
+    if (c.overTcp || !user.Made()) {
+      next = bench.RunLoader(nextArgs);
+    } else {
+      // A serial adapter's node: the device's group may read and write it.
+      ASSERT_EQ(chown(where.c_str(), 0, getgrnam("dialout")->gr_gid), 0);
+      ASSERT_EQ(chmod(where.c_str(), 0660), 0);
+      ASSERT_EQ(chmod(bench.Drive().Path().c_str(), 0755), 0);
+      std::vector<std::string> argv = {BuildProduct("src/qrxbpl")};
+      argv.insert(argv.end(), nextArgs.begin(), nextArgs.end());
+      next = RunProcess(user.Running(argv), {{"QRXBPL_DRIVE_C", bench.Drive().Path()}});
+    }
     EXPECT_EQ(next.exitStatus, 0) << next.err;
     EXPECT_NE(next.err.find("Download complete.\n"), std::string::npos);
     if (!c.overTcp) {
@@ -249,26 +299,68 @@ The firmware download cannot proceed because the controller has become unrespons
   EXPECT_EQ(watched.err.substr(0, after) + watched.err.substr(end), designed);
 
   if (geteuid() != 0) GTEST_SKIP() << "making a user and changing a device's group needs root";
-  const std::string user = "qrxbench";
-  RunProcess({"/usr/sbin/useradd", "--no-create-home", "--user-group", user});
-  ASSERT_EQ(RunProcess({"/usr/bin/id", user}).exitStatus, 0);
+  const UnprivilegedUser user("users");  // not the device's group
+  ASSERT_TRUE(user.Made());
   E2eBench held;
   const std::string pty = held.StartPty(kSim);
   ASSERT_EQ(RunProcess({"/bin/chgrp", "dialout", pty}).exitStatus, 0);
   ASSERT_EQ(RunProcess({"/bin/chmod", "0660", pty}).exitStatus, 0);
   const ProcessResult refused =
-      RunProcess({"/usr/bin/setpriv", "--reuid=" + user, "--regid=" + user, "--init-groups",
-                  BuildProduct("src/qrxbpl"), "-i", "2", "-p", pty},
-                 {}, kExitLimitMs, ErrTo::kTerminal);
+      RunProcess(user.Running({BuildProduct("src/qrxbpl"), "-i", "2", "-p", pty}), {},
+                 kExitLimitMs, ErrTo::kTerminal);
   EXPECT_EQ(refused.exitStatus, 255);
   EXPECT_NE(refused.err.find("qrxbpl: cannot open the serial port " + pty +
                              ": Permission denied\nqrxbpl: " + pty +
-                             " belongs to the group 'dialout', and user 'qrxbench' is not in "
-                             "it\nqrxbpl: add the user with: sudo usermod -aG dialout qrxbench "
-                             "(then log in again)\n"),
+                             " belongs to the group 'dialout', and user '" + user.Name() +
+                             "' is not in it\nqrxbpl: add the user with: sudo usermod -aG "
+                             "dialout " + user.Name() + " (then log in again)\n"),
             std::string::npos)
       << refused.err;
   EXPECT_TRUE(held.CommandLog().empty());
+}
+
+// Over TCP every read waits for the server as designed; a test station bounds
+// each read, by option or variable, and the run then fails as any failed read
+// does. A bound that is no number of seconds, or a report that cannot be
+// written, is refused before anything starts (the option parser's first line
+// included).
+TEST(BenchSafety, ATcpReadTimeOutEndsARunAgainstASilentServer) {
+  const std::string failedRead =
+      kPicked + R"T(CMD: Read Norix Version                  ERROR: unable to read data from device
+[FAIL] Read event failed
+The firmware download cannot proceed because the controller has become unresponsive. Please try power-cycling the controller and/or reissuing the command.
+)T";
+  const std::string refused = "qrxbpl: the TCP read time-out must be whole seconds from 1 to 86400";
+  struct Case {
+    std::vector<std::string> more;
+    Environment env;
+    std::string err;
+  };
+  const std::vector<Case> cases = {
+      {{"--tcp-timeout", "1"}, {}, failedRead},
+      {{}, {{"QRXBPL_TCP_TIMEOUT", "1"}}, failedRead},
+      {{"--tcp-timeout", "0"}, {}, refused + ", not '0'\n"},
+      {{}, {{"QRXBPL_TCP_TIMEOUT", "2s"}}, refused + ", not '2s'\n"},
+      {{"--report", "missing/run.json"},
+       {},
+       "qrxbpl: cannot write the report missing/run.json: No such file or directory\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.more.empty() ? c.env[0].second : c.more[1]);
+    E2eBench bench;
+    const RefusingPort silent(true);
+    std::vector<std::string> args = {"-i", "3", "-a", "127.0.0.1", "-p", silent.PortText()};
+    args.insert(args.end(), {"--report", bench.Drive().Join("run.json")});
+    args.insert(args.end(), c.more.begin(), c.more.end());
+    const ProcessResult run = bench.RunLoader(args, c.env);
+    EXPECT_EQ(run.exitStatus, 255);
+    EXPECT_EQ(run.err, c.err);
+    if (c.err != failedRead) continue;  // refused before the report began
+    EXPECT_EQ(
+        run.out,
+        "ERROR: Failed to read data from socket error: 11\nFinished sending. Closing socket.\n");
+    ExpectReportMatchesSchema(bench.Drive().Join("run.json"));
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +21,9 @@ namespace qrx::test {
 namespace {
 constexpr int kStartLimitMs = 10000;
 constexpr int kRunLimitMs = 60000;
+// How long a running loader is given to print what it is due to, in steps.
+constexpr int kSettleMs = 3000;
+constexpr int kPollMs = 20;
 constexpr const char* kCommandLogName = "commands.log";
 // The Windows loader's COM port, mapped onto the simulator's pseudo-terminal.
 constexpr const char* kWinePortName = "COM5";
@@ -65,14 +69,14 @@ std::string Hex(std::span<const uint8_t> bytes) {
   return text;
 }
 
-RefusingPort::RefusingPort() : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
+RefusingPort::RefusingPort(bool listening) : fd_(socket(AF_INET, SOCK_STREAM, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
   auto* generic = reinterpret_cast<sockaddr*>(&address);
   EXPECT_TRUE(fd_ >= 0 && bind(fd_, generic, length) == 0 &&
-              getsockname(fd_, generic, &length) == 0);
+              getsockname(fd_, generic, &length) == 0 && (!listening || listen(fd_, 4) == 0));
   port_ = ntohs(address.sin_port);
 }
 
@@ -129,10 +133,18 @@ bool LoaderUnderWine() {
   return !EnvironmentText("QRX_WINE_LOADER").empty();
 }
 
-ProcessResult E2eBench::RunLoaderUnderWine(std::vector<std::string> args) {
+std::string LoaderPath(const std::string& hostPath) {
+  if (!LoaderUnderWine()) return hostPath;
+  std::string path = "Z:" + hostPath;
+  std::replace(path.begin(), path.end(), '/', '\\');
+  return path;
+}
+
+std::vector<std::string> E2eBench::WineArgv(std::vector<std::string> args) {
   const std::filesystem::path prefix = BuildProduct("wineprefix");
   Relink(prefix / kWineVendorFolder, drive_.MakeDirectories("Program Files/Norix"));
   for (std::string& arg : args) {
+    if (arg.starts_with(drive_.Path() + "/")) arg = LoaderPath(arg);
     if (ptyPath_.empty() || arg != ptyPath_) continue;
     arg = kWinePortName;
     std::error_code ignored;
@@ -140,10 +152,7 @@ ProcessResult E2eBench::RunLoaderUnderWine(std::vector<std::string> args) {
     std::filesystem::create_symlink(ptyPath_, prefix / kWinePortDevice);
   }
   args.insert(args.begin(), EnvironmentText("QRX_WINE_LOADER"));
-  ProcessResult run = RunProcess(args, {}, kRunLimitMs);
-  run.out = FoldLineEnds(run.out, "stdout");
-  run.err = FoldLineEnds(run.err, "stderr");
-  return run;
+  return args;
 }
 
 std::vector<std::string> E2eBench::LoaderArgv(const std::vector<std::string>& args) const {
@@ -152,15 +161,32 @@ std::vector<std::string> E2eBench::LoaderArgv(const std::vector<std::string>& ar
   return argv;
 }
 
-ProcessResult E2eBench::RunLoader(const std::vector<std::string>& args, const Environment& env) {
-  if (LoaderUnderWine()) return RunLoaderUnderWine(args);
-  Environment all = {{"QRXBPL_DRIVE_C", drive_.Path()}};
-  all.insert(all.end(), env.begin(), env.end());
-  return RunProcess(LoaderArgv(args), all, kRunLimitMs);
+ProcessResult E2eBench::RunLoader(const std::vector<std::string>& args, const Environment& env,
+                                  ErrTo err) {
+  if (!LoaderUnderWine()) {
+    Environment all = {{"QRXBPL_DRIVE_C", drive_.Path()}};
+    all.insert(all.end(), env.begin(), env.end());
+    return RunProcess(LoaderArgv(args), all, kRunLimitMs, err);
+  }
+  ProcessResult run = RunProcess(WineArgv(args), {}, kRunLimitMs, err);
+  run.out = FoldLineEnds(run.out, "stdout");
+  run.err = FoldLineEnds(run.err, "stderr");
+  return run;
 }
 
 bool E2eBench::StartLoader(ChildProcess& loader, const std::vector<std::string>& args) {
+  if (LoaderUnderWine()) return loader.StartCollecting(WineArgv(args), {});
   return loader.StartCollecting(LoaderArgv(args), {{"QRXBPL_DRIVE_C", drive_.Path()}});
+}
+
+std::string E2eBench::LoaderErrOnceItReads(ChildProcess& loader, const std::string& expected) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kSettleMs);
+  std::string err;
+  while (err != expected && std::chrono::steady_clock::now() < deadline) {
+    loader.ReadAll(kPollMs);
+    err = LoaderUnderWine() ? FoldLineEnds(loader.CollectedErr(), "stderr") : loader.CollectedErr();
+  }
+  return err;
 }
 
 bool E2eBench::WaitForCommands(size_t count) {
@@ -174,6 +200,11 @@ bool E2eBench::WaitForCommands(size_t count) {
 
 void E2eBench::PutFirmware(const std::string& name, std::span<const uint8_t> bytes) {
   drive_.WriteFile(std::string(kFirmwareFolder) + "/" + name, bytes);
+}
+
+std::string E2eBench::SearchedFirmwarePath(const std::string& name) const {
+  if (!LoaderUnderWine()) return drive_.Join(std::string(kFirmwareFolder) + "/" + name);
+  return "C:\\\\Program Files\\Norix\\Bluetooth\\" + name;  // the doubled separator as designed
 }
 
 std::vector<std::string> E2eBench::CommandLog() const {

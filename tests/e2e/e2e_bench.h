@@ -25,6 +25,14 @@ constexpr const char* kFirmwareFolder = "Program Files/Norix/Bluetooth";
 
 // Whether the loader under test is the Windows build, run under Wine.
 bool LoaderUnderWine();
+// A path of this machine as the loader is given it: as it stands, or under
+// Wine as its drive Z maps it (Z:\tmp\...).
+std::string LoaderPath(const std::string& hostPath);
+// The exit status the loader's run report gives a failure: the design's -1
+// on Windows.
+inline int ReportedFailure() {
+  return LoaderUnderWine() ? -1 : 255;
+}
 
 class E2eBench {
  public:
@@ -40,10 +48,12 @@ class E2eBench {
   std::optional<std::string> SimulatorLine();
 
   // Runs qrxbpl with QRXBPL_DRIVE_C pointing at the bench's drive, or under
-  // Wine with the bench's drive linked in (env is then not passed on). A
-  // Windows run's CR LF line ends are checked and folded to LF, so the
-  // transcripts compare alike.
-  ProcessResult RunLoader(const std::vector<std::string>& args, const Environment& env = {});
+  // Wine with the bench's drive linked in (env is then not passed on, and
+  // paths under the drive are given as LoaderPath names them). A Windows
+  // run's CR LF line ends are checked and folded to LF, so the transcripts
+  // compare alike.
+  ProcessResult RunLoader(const std::vector<std::string>& args, const Environment& env = {},
+                          ErrTo err = ErrTo::kPipe);
   // Starts the simulator over TCP with simArgs, then runs the loader against
   // it: "-i 3 -a 127.0.0.1 -p PORT", then more.
   ProcessResult RunTcp(const std::vector<std::string>& simArgs,
@@ -52,13 +62,18 @@ class E2eBench {
     args.insert(args.end(), more.begin(), more.end());
     return RunLoader(args);
   }
-  // Starts it the same way and leaves it running (POSIX only).
+  // Starts it the same way and leaves it running.
   bool StartLoader(ChildProcess& loader, const std::vector<std::string>& args);
+  // What a started loader printed on standard error (line ends folded) once
+  // it reads `expected`, or after a wait that gives it every chance to.
+  std::string LoaderErrOnceItReads(ChildProcess& loader, const std::string& expected);
   // Waits until the simulator has logged at least count commands.
   bool WaitForCommands(size_t count);
 
   // Firmware file in the loader's folder on drive C.
   void PutFirmware(const std::string& name, std::span<const uint8_t> bytes);
+  // The path the loader opens a file of that folder by.
+  std::string SearchedFirmwarePath(const std::string& name) const;
 
   // The simulator's command log: one line per command it received.
   std::vector<std::string> CommandLog() const;
@@ -70,7 +85,7 @@ class E2eBench {
  private:
   std::string Start(std::vector<std::string> args, const std::string& firstLinePrefix, bool once);
   std::vector<std::string> LoaderArgv(const std::vector<std::string>& args) const;
-  ProcessResult RunLoaderUnderWine(std::vector<std::string> args);
+  std::vector<std::string> WineArgv(std::vector<std::string> args);
 
   TempDir drive_;
   std::string ptyPath_;
@@ -128,10 +143,12 @@ inline void InstallContainer(E2eBench& bench, const std::vector<std::string>& si
   bench.PutFirmware("qrxfw.dat", Container(sim, image));
 }
 
-// A loopback port bound and never listened on, so connecting is refused.
+// A loopback port bound and never listened on, so connecting is refused; or,
+// listening, a silent server: the system's backlog takes the connection and
+// nothing ever answers.
 class RefusingPort {
  public:
-  RefusingPort();
+  explicit RefusingPort(bool listening = false);
   ~RefusingPort();
   RefusingPort(const RefusingPort&) = delete;
   RefusingPort& operator=(const RefusingPort&) = delete;

@@ -1,13 +1,19 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "fwlib/bounded_format.h"
 #include "fwlib/firmware_location.h"
 #include "fwlib/image_key.h"
 #include "fwlib_fixture.h"
+#include "platform/clock.h"
 
 namespace qrx::test {
 namespace {
@@ -80,6 +86,27 @@ TEST_F(Initialize, ClassifiesFindsTheImageAndComparesPatchLevels) {
     ContextPtr context(raw, FwLibRelease);  // 6 and 15 hand back a live context too
     EXPECT_EQ(raw ? Bytes(raw->imageData, raw->imageData + raw->imageSize) : Bytes{}, c.loaded);
   }
+}
+
+// A FIFO where the search looks is passed over, not waited on. A search
+// stuck on it is freed after 2 s by a writer, which finds it still waiting.
+TEST_F(Initialize, PassesOverAFifoWithoutWaiting) {
+  drive_.WriteFile("Program Files/Norix/Bluetooth/Fw.sfi", Bytes{1, 0xFC, 0, 4});
+  const std::string fifo = drive_.Join("Program Files/Norix/Bluetooth/qrxfw.dat");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::atomic<bool> done = false, stalled = false;
+  std::thread writer([&] {
+    for (int i = 0; i < 200 && !done; ++i) SleepMilliseconds(10);
+    const int fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);  // succeeds only with a reader
+    if (fd >= 0) stalled = !done, ::close(fd);
+  });
+  const Bytes answer = LegacyAnswer(10, 6);
+  FwLibContext* raw = nullptr;
+  EXPECT_EQ(FwLibInitialize(answer.data(), static_cast<uint8_t>(answer.size()), 1, &raw), 0u);
+  done = true;
+  writer.join();
+  FwLibRelease(raw);
+  EXPECT_FALSE(stalled);
 }
 
 TEST_F(Initialize, RefusesPathsOf260CharactersOrMore) {

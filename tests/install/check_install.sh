@@ -2,10 +2,12 @@
 # What `make install` and `make package` deliver: exactly the three programs,
 # their man pages and their completion, under the prefix and nowhere else; the
 # programs run from there, the pages format without a warning, the completion
-# completes. Usage: check_install.sh tree|package BUILD_DIR
+# completes; every program, page, changelog and the package carry the one
+# version number. Usage: check_install.sh tree|package BUILD_DIR VERSION
 set -euo pipefail
 mode=$1
 build=$2
+version=$3
 work=$(mktemp -d "${TMPDIR:-/tmp}/qrxbpl-install.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
@@ -13,7 +15,7 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
 expected=$(for program in qrxbpl qrxvps qrxfw; do
   echo "bin/$program"
   echo "share/bash-completion/completions/$program"
-  echo "share/man/man1/$program.1"
+  echo "share/man/man1/$program.1.gz"
 done | sort)
 
 if [ "$mode" = package ]; then
@@ -21,7 +23,14 @@ if [ "$mode" = package ]; then
   deb=$(echo "$work"/qrxbpl_*.deb)
   [ -f "$deb" ] || fail "no .deb in $work"
   files=$(dpkg-deb -c "$deb" | awk '$1 !~ /^d/ {print $6}' | sort)
-  diff <(echo "$expected" | sed 's|^|./usr/|') <(echo "$files") || fail "package contents"
+  # Beside what `make install` installs: Debian's changelog, copyright and lintian overrides.
+  debian_files=$(printf '%s\n' ./usr/share/doc/qrxbpl/changelog.gz ./usr/share/doc/qrxbpl/copyright \
+    ./usr/share/lintian/overrides/qrxbpl)
+  diff <( (echo "$expected" | sed 's|^|./usr/|'; echo "$debian_files") | sort) <(echo "$files") ||
+    fail "package contents"
+  [ "$(dpkg-deb -f "$deb" Version)" = "$version" ] || fail "package version $(dpkg-deb -f "$deb" Version)"
+  dpkg-deb --fsys-tarfile "$deb" | tar -xOf - ./usr/share/doc/qrxbpl/changelog.gz | gzip -dc |
+    head -n 1 | grep -q "^qrxbpl ($version) " || fail "the changelog's last entry is not $version"
   depends=$(dpkg-deb -f "$deb" Depends)
   for library in libc6 libstdc++6; do
     [[ $depends == *"$library"* ]] || fail "Depends '$depends' lacks $library"
@@ -43,10 +52,15 @@ status=0
   fail "installed qrxbpl: status $status"
 "$root/bin/qrxvps" --print-key >/dev/null || fail "installed qrxvps"
 "$root/bin/qrxfw" --help >/dev/null || fail "installed qrxfw"
+for program in qrxbpl qrxvps qrxfw; do
+  said=$("$root/bin/$program" --version | head -n 1)
+  [ "$said" = "$program $version" ] || fail "$program --version says '$said'"
+done
 
-for page in "$root"/share/man/man1/*.1; do
-  warnings=$(LC_ALL=C.UTF-8 groff -man -Tutf8 -ww -z "$page" 2>&1)
+for page in "$root"/share/man/man1/*.1.gz; do
+  warnings=$(gzip -dc "$page" | LC_ALL=C.UTF-8 groff -man -Tutf8 -ww -z 2>&1)
   [ -z "$warnings" ] || fail "$page: $warnings"
+  gzip -dc "$page" | head -n 1 | grep -q " \"qrxbpl $version\" " || fail "$page: not version $version"
 done
 
 # Completion, outside an interactive shell: compopt only works inside one.
@@ -69,13 +83,14 @@ while IFS='|' read -r words current want; do
 done <<'CASES'
 qrxbpl||-i --help --version --list-ports
 qrxbpl -i||2 3
-qrxbpl -i 2 -p /dev/tty -nocc|-|-p -a -h -r -b -f -fw -bd -nocc -v -t --firmware --progress --no-progress --btsnoop --report --tcp-nodelay
+qrxbpl -i 2 -p /dev/tty -nocc|-|-p -a -h -r -b -f -fw -bd -nocc -v -t --firmware --progress --no-progress --btsnoop --report --tcp-nodelay --no-low-latency --tcp-timeout
+qrxvps --pty|--pa|--paced
 qrxbpl -i 2 -h 1 -r|3|3000000 3250000
 qrxbpl -i 2 -r|3|3000000 3250000 3714286
 qrxbpl -i 3 -p||
 qrxvps --profile|tlv|tlv-boot tlv-op
 qrxvps --delayed-ack --secure-boot||on off
-qrxfw||sfi two-block bseq fwdat inspect --help
+qrxfw||sfi two-block bseq fwdat inspect --help --version
 qrxfw two-block out.sfi|-|--no-second-block --body-bytes --seed --patch --corrupt-body
 qrxfw fwdat out.dat|sig|signed:
 CASES

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include "app/rate_tables.h"
 #include "image/fw_image.h"
+#include "model/line_rate.h"
 #include "platform/byte_order.h"
+#include "run/run_options.h"
 #include "support/secure_sends.h"
 
 namespace qrx::sim {
@@ -168,6 +171,22 @@ TEST(SecureSend, LayoutsAndTheirViolations) {
     size_t refused = 0;
     EXPECT_EQ(Play(controller, script, &refused), std::vector<uint8_t>{c.status});
     EXPECT_EQ(refused, c.refused);
+  }
+}
+
+// The host's terminal rate may be up to 2 % off the controller's, either way.
+TEST(LineRate, HostRatesWithin2PercentAgree) {
+  for (const uint32_t rate : {115200u, 3000000u}) {
+    EXPECT_TRUE(RatesAgree(rate * 1015 / 1000, rate) && RatesAgree(rate * 985 / 1000, rate));
+    EXPECT_FALSE(RatesAgree(rate * 1025 / 1000, rate) || RatesAgree(rate * 975 / 1000, rate));
+  }
+}
+
+// Each code means to the controller the rate the loader sends it for (ASIC).
+TEST(LineRate, CodesMatchTheLoadersRateTable) {
+  for (const RateCode& entry : kRateCodes) {
+    EXPECT_EQ(MapBaudRate(kHostInterfaceAsic, entry.rate, {}).code, entry.code) << entry.rate;
+    EXPECT_EQ(RateForCode(entry.code), entry.rate);
   }
 }
 

@@ -42,6 +42,8 @@ constexpr std::string_view kHelp =
     "      FILE the image to store, e.g. signed:0251113701341256f0debc9a:fw.sfi\n"
     "  qrxfw inspect FILE\n"
     "      what the loader would see in a container or an image\n"
+    "  qrxfw --version\n"
+    "      the program's name and version\n"
     "\n"
     "Defaults: --body-bytes 4096 (rounded up to whole fragment groups), --seed 1,\n"
     "--patch 0, --commands 16, --format-byte 1, --gap 0. Numbers are decimal or 0x hex.\n"
@@ -232,6 +234,10 @@ int main(int argc, char** argv) {
   const std::string_view command = argv[1];
   if (command == "--help" || command == "-h" || command == "help") {
     qrx::StdoutPrintf("%.*s", static_cast<int>(kHelp.size()), kHelp.data());
+    return kExitOk;
+  }
+  if (command == "--version") {
+    qrx::StdoutPrintf("qrxfw %s\n", QRX_VERSION);
     return kExitOk;
   }
   if (command == "inspect") {
