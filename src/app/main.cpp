@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
       exitStatus = qrx::kExitSuccess;
       break;
     case qrx::LongOptionResult::kListPorts:
-      if (qrx::PrintSerialPortsOnStdout()) exitStatus = kExitSuccess;
+      if (qrx::PrintSerialPortsOnStdout()) exitStatus = qrx::kExitSuccess;
       break;
     case qrx::LongOptionResult::kFailed:
       break;
