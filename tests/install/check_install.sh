@@ -103,10 +103,10 @@ diff <(echo "$known") <(echo "$offered") || fail "qrxvps --set/--fault completio
 help=$("$root/bin/qrxbpl" --help | sed -n '/^Options of this platform:/,$p')
 helped_options=$(echo "$help" | grep -oE '^  --[a-z-]+' | sed 's/^  //' | sort)
 helped_variables=$(echo "$help" | grep -oE '^  QRXBPL_[A-Z_]+' | sed 's/^  //' | sort)
-page=$root/share/man/man1/qrxbpl.1
-paged_options=$(sed -n '/^\.SS Double-dash options/,/^\.SH/p' "$page" | grep -E '^\.BI? \\-\\-[a-z]' |
+page=$(gzip -dc "$root/share/man/man1/qrxbpl.1.gz")
+paged_options=$(echo "$page" | sed -n '/^\.SS Double-dash options/,/^\.SH/p' | grep -E '^\.BI? \\-\\-[a-z]' |
   sed 's/\\-/-/g' | awk '{print $2}' | sort -u)
-paged_variables=$(sed -n '/^\.SH ENVIRONMENT/,/^\.SH/p' "$page" | grep -oE '^\.BI? QRXBPL_[A-Z_]+' |
+paged_variables=$(echo "$page" | sed -n '/^\.SH ENVIRONMENT/,/^\.SH/p' | grep -oE '^\.BI? QRXBPL_[A-Z_]+' |
   awk '{print $2}' | sort -u)
 offered_options=$( (completes qrxbpl ""; completes qrxbpl -i 2 -p /dev/tty --) | tr ' ' '\n' |
   grep -E '^--' | sort -u)
