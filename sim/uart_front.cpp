@@ -8,6 +8,7 @@
 
 #include "model/line_rate.h"
 #include "paced_wire.h"
+#include "timer_lateness.h"
 #include "platform/clock.h"
 #include "platform/console.h"
 
@@ -203,6 +204,7 @@ int ServePacedUart(PtyLine& line, const SessionSettings& settings, const std::at
   PtyLine::UsePreciseTimers();
   const int64_t latencyNs = int64_t{settings.latencyMs} * kNsPerMs;
   std::optional<PacedSession> session;
+  TimerLateness lateness;
   std::array<uint8_t, kReadBufferSize> buffer;
   while (!stop.load()) {
     // An answer the host cannot take any more: it has closed the terminal.
@@ -221,9 +223,13 @@ int ServePacedUart(PtyLine& line, const SessionSettings& settings, const std::at
     }
     const int64_t now = NowNs();
     PtyLine::State state = PtyLine::State::kHostAbsent;
-    if (!hostGone) {
-      state =
-          session ? line.WaitNs(session->WaitNs(now), session->WantsHostBytes(now)) : line.Wait(0);
+    if (!hostGone && session) {
+      // The timed wait ends early and the loop spins on the clock the rest.
+      const int64_t sleepNs = std::max<int64_t>(0, session->WaitNs(now) - lateness.Early());
+      state = line.WaitNs(sleepNs, session->WantsHostBytes(now));
+      if (state == PtyLine::State::kIdle && sleepNs > 0) lateness.Observe(now + sleepNs, NowNs());
+    } else if (!hostGone) {
+      state = line.Wait(0);
     }
     if (state == PtyLine::State::kError) return 1;
     if (state == PtyLine::State::kHostAbsent) {

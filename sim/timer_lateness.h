@@ -1,0 +1,35 @@
+#pragma once
+
+// How late this machine's timed waits end. A virtual machine's timer may
+// fire 50-200 us after the time asked for (more for longer waits), which on
+// a 3 Mbit/s line is a fragment's whole answer: the paced line waits this
+// much less and spins the rest on the clock, so that an answer is written
+// when it is due, never before. Arithmetic only; times in nanoseconds.
+
+#include <algorithm>
+#include <cstdint>
+
+namespace qrx::sim {
+
+class TimerLateness {
+ public:
+  // How long before a deadline to end the timed wait.
+  int64_t Early() const { return estimate_ + kMarginNs; }
+
+  // A timed wait asked to end at `asked` ended at `ended`. The estimate
+  // follows a later wake at once and an earlier one slowly, so that one
+  // lucky wake does not make the next ones late.
+  void Observe(int64_t asked, int64_t ended) {
+    const int64_t late = std::clamp<int64_t>(ended - asked, 0, kMostNs);
+    estimate_ = late > estimate_ ? late : estimate_ - (estimate_ - late) / kEasing;
+  }
+
+ private:
+  static constexpr int64_t kMarginNs = 10'000;
+  // Beyond this a spin costs more CPU than a late answer is worth.
+  static constexpr int64_t kMostNs = 500'000;
+  static constexpr int64_t kEasing = 16;
+  int64_t estimate_ = 0;
+};
+
+}  // namespace qrx::sim
