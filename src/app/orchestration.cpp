@@ -5,6 +5,7 @@
 #include "app/timing.h"
 #include "fwlib/download_loops.h"
 #include "fwlib/fwlib_context.h"
+#include "fwlib/version_answer.h"
 #include "hci/vendor_commands.h"
 #include "platform/console.h"
 #include "platform/error_text.h"
@@ -16,8 +17,6 @@ namespace qrx {
 namespace {
 
 constexpr uint8_t kSearchFirmwareFiles = 1;
-constexpr uint8_t kFirstModernHardwareVariant = 11;
-constexpr size_t kLegacyHardwareVariantIndex = 1;
 
 void ReleaseIfAny(FwLibContext* context) {
   if (context != nullptr) FwLibRelease(context);
@@ -32,7 +31,7 @@ FwLibStatus RunSignedLoop(FwLibContext* context) {
 // answers come from parts that never need it.
 bool BseqNeedsManufacturerMode(const uint8_t* versionData, uint8_t versionLength) {
   return versionLength == kLegacyVersionLength &&
-         versionData[kLegacyHardwareVariantIndex] < kFirstModernHardwareVariant;
+         versionData[kLegacyHardwareVariantAt] < kFirstModernHardwareVariant;
 }
 
 // A --firmware file the library could not open is named, with the system's

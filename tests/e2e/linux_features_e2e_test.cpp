@@ -340,15 +340,25 @@ TEST(LinuxFeatures, MistakesAreRefusedBeforeTheController) {
       args.insert(args.end(), {"3", "-a", "127.0.0.1", "-p", bench.StartTcp(kTlvBoot)});
     }
     for (const std::string& arg : c.args) args.push_back(withPath(arg));
+    // The design's parser has its say (without -fw, its line on where firmware
+    // is picked) only when the double-dash arguments are sound; a report then
+    // tells the same.
+    const bool picked = c.args[0] == "--firmware" && c.args.size() == 2;
+    const std::string report = bench.Drive().Join("run.json");
+    if (picked) args.insert(args.end(), {"--report", report});
     SCOPED_TRACE(c.args[0] + " " + c.file);
     const ProcessResult run = bench.RunLoader(args);
     EXPECT_EQ(run.exitStatus, 255);
-    // The design's parser has its say (without -fw, its line on where firmware
-    // is picked) only when the double-dash arguments are sound.
-    const bool picked = c.args[0] == "--firmware" && c.args.size() == 2;
-    EXPECT_EQ(run.err, (picked ? kPicked : "") + "qrxbpl: " + withPath(c.err, true) + "\n");
+    const std::string refusal = "qrxbpl: " + withPath(c.err, true);
+    EXPECT_EQ(run.err, (picked ? kPicked : "") + refusal + "\n");
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(bench.CommandLog(), std::vector<std::string>{});
+    if (!picked) continue;
+    ExpectReportMatchesSchema(report);
+    const Json json = Json::parse(bench.Drive().Read("run.json"));
+    EXPECT_EQ(json["errors"], Json({refusal}));
+    EXPECT_EQ(json["exitStatus"], ReportedFailure());
+    EXPECT_TRUE(json["firmware"].is_null());
   }
 }
 
@@ -422,57 +432,33 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
                                              "Total"}));
 }
 
-// Over the UART: a complete download captured packet by packet, and a named
-// file that cannot be read, reported and captured up to the end.
+// Over the UART: a complete download captured packet by packet and reported.
 TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
   const auto image = BuildTwoBlockImage(kSmallImage, true);
-  for (const bool readable : {true, false}) {
-    SCOPED_TRACE(readable ? "download" : "unreadable file");
-    E2eBench bench;
-    const std::string path =
-        readable ? bench.Drive().WriteFile("fw/my_fw.dat", Container(kTlvBoot, image))
-                 : bench.Drive().Join("fw/missing.sfi");
-    const std::string pty = bench.StartPty(kTlvBoot);
-    const std::string snoop = bench.Drive().Join("uart.snoop");
-    const std::string report = bench.Drive().Join("uart.json");
-    const ProcessResult run = bench.RunLoader(
-        {"-i", "2", "-p", pty, "--firmware", path, "--btsnoop", snoop, "--report", report});
-
-    const std::string version = kUartVersion + "[OK]\n";
-    ExpectReportMatchesSchema(report);
-    const Json json = Json::parse(bench.Drive().Read("uart.json"));
-    EXPECT_EQ(json["link"], LoaderUnderWine() ? "\\\\.\\COM5" : pty);
-    if (readable) {
-      EXPECT_EQ(run.exitStatus, 0);
-      EXPECT_EQ(MaskTimes(run.err), kPicked + version +
-                                        "Initialization complete.\nDownloading FWDAT file...\n"
-                                        "CMD: Norix HCI Reset                     [OK]\nDownload "
-                                        "complete.\n" +
-                                        kUartTimingTable);
-      EXPECT_EQ(json["firmware"]["path"], LoaderPath(path));
-      EXPECT_EQ(json["timing"][1]["task"], "Windows COM Write");
-      EXPECT_EQ(json["timing"].size(), 9u);
-    } else {
-      // Refused before the link opens: the controller hears nothing.
-      EXPECT_EQ(run.exitStatus, 255);
-      EXPECT_EQ(run.err, kPicked + "qrxbpl: the firmware file " + LoaderPath(path) +
-                             " cannot be read: " +
-                             (LoaderUnderWine() ? "Path not found." : "No such file or directory") +
-                             "\n");
-      EXPECT_TRUE(json["firmware"].is_null());
-      EXPECT_EQ(json["exitStatus"], ReportedFailure());
-      EXPECT_EQ(json["errors"], Json({"qrxbpl: the firmware file " + LoaderPath(path) +
-                                      " cannot be read: " +
-                                      (LoaderUnderWine() ? "Path not found." : "No such file or directory")}));
-      EXPECT_TRUE(bench.CommandLog().empty());
-      continue;
-    }
-    EXPECT_EQ(json["exitStatus"], readable ? 0 : ReportedFailure());
-    EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
-    const auto commands = bench.CommandLog();
-    ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("uart.snoop")), commands);
-    ExpectBtmonReads(snoop, commands.size());
-  }
+  E2eBench bench;
+  const std::string path = bench.Drive().WriteFile("fw/my_fw.dat", Container(kTlvBoot, image));
+  const std::string pty = bench.StartPty(kTlvBoot);
+  const std::string snoop = bench.Drive().Join("uart.snoop");
+  const std::string report = bench.Drive().Join("uart.json");
+  const ProcessResult run = bench.RunLoader(
+      {"-i", "2", "-p", pty, "--firmware", path, "--btsnoop", snoop, "--report", report});
+  EXPECT_EQ(run.exitStatus, 0);
+  EXPECT_EQ(MaskTimes(run.err), kPicked + kUartVersion + "[OK]\n" +
+                                    "Initialization complete.\nDownloading FWDAT file...\n"
+                                    "CMD: Norix HCI Reset                     [OK]\nDownload "
+                                    "complete.\n" +
+                                    kUartTimingTable);
+  ExpectReportMatchesSchema(report);
+  const Json json = Json::parse(bench.Drive().Read("uart.json"));
+  EXPECT_EQ(json["link"], LoaderUnderWine() ? "\\\\.\\COM5" : pty);
+  EXPECT_EQ(json["firmware"]["path"], LoaderPath(path));
+  EXPECT_EQ(json["timing"][1]["task"], "Windows COM Write");
+  EXPECT_EQ(json["timing"].size(), 9u);
+  EXPECT_EQ(json["exitStatus"], 0);
+  EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
+  const auto commands = bench.CommandLog();
+  ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("uart.snoop")), commands);
+  ExpectBtmonReads(snoop, commands.size());
 }
 
 // A run cut short (here killed while it waits for an answer that never

@@ -182,20 +182,39 @@ EVT: CommandComplete <Manufacturer Mode> [OK]
 Download complete.
 )T" + kTcpTimingTable;
   // 0xFC2F waits for vendor event 0x19 and passes over its Command Complete; the others wait
-  // for their Command Complete. Only a run that gets to the end succeeds.
-  const std::pair<std::vector<std::string>, std::string> cases[] = {
-      {{}, rest},
-      {{"--fault", "failed-status@1/fc2f"}, rest},
-      {{"--fault", "bytes:04FF021800@1/fc2f"},
-       second + "HCI Event failed! evtID=0x18, status=0x00\n" + status12},
-      {{"--fault", "failed-status@4"}, "Unexpected HCI Event! OCF=0x8e, status=0x1f\n" + status12},
+  // for their Command Complete. Only a run that gets to the end succeeds. A modern part
+  // (variant 11) takes the same file without manufacturer mode.
+  const std::string manufacturerMode =
+      "CMD: Enter Manufacturer Mode             Send Packet Size = 18 \n[OK]\n"
+      "EVT: CommandComplete <Manufacturer Mode> [OK]\n";
+  const std::string exitMode =
+      "CMD: Exit Manufacturer Mode              Send Packet Size = 18 \n[OK]\n"
+      "EVT: CommandComplete <Manufacturer Mode> [OK]\n";
+  auto without = [](std::string text, const std::string& part) {
+    return text.erase(text.find(part), part.size());
   };
-  for (const auto& [faults, end] : cases) {
+  const std::tuple<std::string, std::vector<std::string>, std::string> cases[] = {
+      {"10", {}, start + rest},
+      {"10", {"--fault", "failed-status@1/fc2f"}, start + rest},
+      {"10", {"--fault", "bytes:04FF021800@1/fc2f"},
+       start + second + "HCI Event failed! evtID=0x18, status=0x00\n" + status12},
+      {"10", {"--fault", "failed-status@4"},
+       start + "Unexpected HCI Event! OCF=0x8e, status=0x1f\n" + status12},
+      // Variant 0x0B from revision 0x10 reads the secure boot parameters too.
+      {"11", {}, kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" +
+                     without(without(start + rest, manufacturerMode), exitMode)
+                         .substr(kPicked.size() + kTcpVersion.size() + 5)},
+  };
+  for (const auto& [variant, faults, err] : cases) {
+    SCOPED_TRACE("variant " + variant + (faults.empty() ? "" : " " + faults[1]));
     E2eBench bench;
-    bench.PutFirmware("370a102301200f1400.bseq", bseq);
     std::vector<std::string> args = sim;
+    args[3] = "hw-variant=" + variant;
+    // Named after the operational answer's bytes 0..7 (variant in hex), then 00.
+    bench.PutFirmware("370" + std::string(variant == "10" ? "a" : "b") + "102301200f1400.bseq", bseq);
     args.insert(args.end(), faults.begin(), faults.end());
-    ExpectRun(bench.RunTcp(args, {"-bd", "-v"}), end == rest ? 0 : 255, kFinishedTcp, start + end);
+    ExpectRun(bench.RunTcp(args, {"-bd", "-v"}), err.ends_with(status12) ? 255 : 0, kFinishedTcp,
+              err);
   }
 }
 
@@ -239,7 +258,7 @@ TEST(LoaderEndToEnd, AMebibyteImageDownloadsOverTcp) {
 // A run against a simulator of the profile with the case's arguments added;
 // a case named "uart: ..." runs over the pseudo-terminal, the rest over TCP.
 struct FaultCase {
-  const char* name;
+  std::string name;
   std::vector<std::string> sim;
   std::string err;
 };
@@ -250,10 +269,10 @@ void ExpectFailures(const char* profile, bool withFirmware, const std::vector<Fa
     E2eBench bench;
     std::vector<std::string> sim = {"--profile", profile};
     sim.insert(sim.end(), c.sim.begin(), c.sim.end());
-    if (withFirmware && std::string(c.name) != "no firmware anywhere") {
+    if (withFirmware && c.name != "no firmware anywhere") {
       InstallContainer(bench, sim, BuildTwoBlockImage(kSmallImage, true));
     }
-    const bool overTcp = !std::string(c.name).starts_with("uart:");
+    const bool overTcp = !c.name.starts_with("uart:");
     ExpectRun(overTcp ? bench.RunTcp(sim) : bench.RunLoader({"-i", "2", "-p", bench.StartPty(sim)}),
               255, overTcp ? kFinishedTcp : "", c.err);
   }
@@ -330,15 +349,21 @@ cannot open the port exit
 // Windows that text (from the system's message table) ends in CR LF itself,
 // which the C runtime's text mode turns into CR CR LF; Wine's wording for
 // error 2 is "File not found." where Windows says "The system cannot find the
-// file specified."
+// file specified." A COM number that overflows when one is taken off it, with
+// the trace file a FIFO nobody reads, fails the same way: no overflow, no stall.
 TEST(LoaderEndToEnd, MissingSerialPort) {
   E2eBench bench;
+  const std::string fifo = bench.Drive().Join("trace.fifo");
+  ASSERT_EQ(RunProcess({"/usr/bin/mkfifo", fifo}).exitStatus, 0);
   const std::string systemText =
       LoaderUnderWine() ? "File not found.\r\n" : "No such file or directory\n";
-  ExpectRun(bench.RunLoader({"-i", "2", "-p", "COM4000"}), 255, "",
-            kPicked + systemText + kVersionCmd + "ERROR: Bluetooth device port is not open!\n" +
-                "[FAIL] Send command failed\n" +
-                kUnresponsive.substr(kUnresponsive.find('\n') + 1));
+  for (const char* port : {"COM4000", "COM-2147483648"}) {
+    SCOPED_TRACE(port);
+    ExpectRun(bench.RunLoader({"-i", "2", "-p", port}, {{"QRXBPL_TRACE_FILE", fifo}}), 255, "",
+              kPicked + systemText + kVersionCmd + "ERROR: Bluetooth device port is not open!\n" +
+                  "[FAIL] Send command failed\n" +
+                  kUnresponsive.substr(kUnresponsive.find('\n') + 1));
+  }
 }
 
 TEST(LoaderEndToEnd, UartWithoutPortName) {
@@ -371,53 +396,55 @@ Download complete.
 }
 
 // The vendor exchanges and both links against a misbehaving controller. No
-// firmware is installed, so a run that gets through ends at the search.
+// firmware is installed, so a run that gets through ends at the search. The
+// first cases run over both links, with each link's lines.
 TEST(LoaderEndToEnd, VendorExchangesOverBothLinksWithFaults) {
-  ExpectFailures(
-      "legacy-boot", false,
-      {
-          {"tcp: vendor event and a stray answer before the version",
-           {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
-           kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" + kNoFirmware},
-          {"tcp: late reset answer before the version",
-           {"--fault", "pending-reset@1"},
-           kPicked + kTcpVersion + kResent + kTcpVersion + "[OK]\n" + kTcpBoot + "[OK]\n" +
-               kNoFirmware},
-          {"tcp: secure boot query fails",
-           {"--fault", "failed-status@1/fc0d"},
-           kPicked + kTcpVersion + "[OK]\n" + kTcpBoot + "[FAIL] Invalid event\n" + kNoFirmware},
-          {"tcp: prefix-only message",
-           {"--fault", "prefix-only@1"},
-           kPicked + kTcpVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
-          {"tcp: connection closed",
-           {"--fault", "close@1"},
-           kPicked + kTcpVersion + "ERROR: memcpy_s failed! Error=22\n" + kUnresponsive},
-          {"uart: vendor event and a stray answer before the version",
-           {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
-           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
-          {"uart: late reset answer before the version",
-           {"--fault", "pending-reset@1"},
-           kPicked + kUartVersion + kResent + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" +
-               kNoFirmware},
-          {"uart: secure boot query fails",
-           {"--fault", "failed-status@1/fc0d"},
-           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[FAIL] Invalid event\n" + kNoFirmware},
-          {"uart: secure boot off",
-           {"--secure-boot", "off"},
-           kPicked + kUartVersion + "[OK]\n" + kUartBoot +
-               "[OK]\nSecureBoot Disabled. Update Boot Address [OK]\nReset[8] = 00 Reset[9] = 08 "
-               "Reset[10] = 04 Reset[11] = 00 \n" +
-               kNoFirmware},
-          {"uart: event split over writes",
-           {"--fault", "split@1"},
-           kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
-          {"uart: silent controller",
-           {"--fault", "silent@1"},
-           kPicked + kUartVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
-          {"uart: noise byte on the line",
-           {"--fault", "noise@1"},
-           kPicked + kUartVersion + kUnresponsive},
-      });
+  std::vector<FaultCase> cases;
+  for (const bool uart : {false, true}) {
+    const std::string version = uart ? kUartVersion : kTcpVersion;
+    const std::string boot = uart ? kUartBoot : kTcpBoot;
+    const std::string link = uart ? "uart: " : "tcp: ";
+    const std::vector<FaultCase> both = {
+        {"vendor event and a stray answer before the version",
+         {"--fault", "unsolicited@1", "--fault", "stray-complete@1"},
+         kPicked + version + "[OK]\n" + boot + "[OK]\n" + kNoFirmware},
+        {"late reset answer before the version",
+         {"--fault", "pending-reset@1"},
+         kPicked + version + kResent + version + "[OK]\n" + boot + "[OK]\n" + kNoFirmware},
+        {"secure boot query fails",
+         {"--fault", "failed-status@1/fc0d"},
+         kPicked + version + "[OK]\n" + boot + "[FAIL] Invalid event\n" + kNoFirmware},
+    };
+    for (FaultCase c : both) {
+      c.name = link + c.name;
+      cases.push_back(c);
+    }
+  }
+  const std::vector<FaultCase> once = {
+      {"tcp: prefix-only message",
+       {"--fault", "prefix-only@1"},
+       kPicked + kTcpVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
+      {"tcp: connection closed",
+       {"--fault", "close@1"},
+       kPicked + kTcpVersion + "ERROR: memcpy_s failed! Error=22\n" + kUnresponsive},
+      {"uart: secure boot off",
+       {"--secure-boot", "off"},
+       kPicked + kUartVersion + "[OK]\n" + kUartBoot +
+           "[OK]\nSecureBoot Disabled. Update Boot Address [OK]\nReset[8] = 00 Reset[9] = 08 "
+           "Reset[10] = 04 Reset[11] = 00 \n" +
+           kNoFirmware},
+      {"uart: event split over writes",
+       {"--fault", "split@1"},
+       kPicked + kUartVersion + "[OK]\n" + kUartBoot + "[OK]\n" + kNoFirmware},
+      {"uart: silent controller",
+       {"--fault", "silent@1"},
+       kPicked + kUartVersion + "ERROR: unable to read data from device\n" + kUnresponsive},
+      {"uart: noise byte on the line",
+       {"--fault", "noise@1"},
+       kPicked + kUartVersion + kUnresponsive},
+  };
+  cases.insert(cases.end(), once.begin(), once.end());
+  ExpectFailures("legacy-boot", false, cases);
 }
 
 }  // namespace
