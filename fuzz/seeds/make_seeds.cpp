@@ -207,7 +207,8 @@ int main(int argc, char** argv) {
     const Recorded run =
         RecordRun(scenario.arguments, scenario.profile, firmware, scenario.overTcp);
     Write("run", scenario.name, run.runInput);
-    Write(scenario.overTcp ? "tcp_event" : "uart_receive", scenario.name, Prefixed(0, run.farEnd));
+    // Link in the top bit (set: TCP), whole pieces.
+    Write("event_reads", scenario.name, Prefixed(scenario.overTcp ? 0x80 : 0, run.farEnd));
     // Selector: profile, whole pieces.
     Write("sim_frames", scenario.name,
           Prefixed(static_cast<uint8_t>(scenario.profile), run.hostBytes));
@@ -218,7 +219,7 @@ int main(int argc, char** argv) {
   // short header.
   Bytes hostile = {0x04, 0xFF, 0x05, 0x05, 0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00};
   for (int i = 0; i < 263; ++i) hostile.push_back(static_cast<uint8_t>(i));
-  Write("uart_receive", "hostile-acl", Prefixed(0, hostile));
+  Write("event_reads", "hostile-acl", Prefixed(0, hostile));
   qrx::fuzz::RunInput hostileRun;
   hostileRun.arguments = {"-i", "2", "-p", "COM1"};
   hostileRun.farEnd = hostile;
