@@ -240,21 +240,6 @@ TEST(LoaderEndToEnd, LegacyPatchLevelDecidesWithoutADownload) {
   }
 }
 
-// A full-size image: every fragment reaches the controller, in order.
-TEST(LoaderEndToEnd, AMebibyteImageDownloadsOverTcp) {
-  E2eBench bench;
-  const auto image = BuildTwoBlockImage({.bodyBytes = 1u << 20, .seed = 9, .patchNumber = 0}, true);
-  InstallContainer(bench, {"--profile", "tlv-boot"}, image);
-  const ProcessResult run = bench.RunTcp({"--profile", "tlv-boot"});
-  EXPECT_EQ(run.exitStatus, 0);
-  const std::string tail = "[OK]\nDownload complete.\n" + kTcpTimingTable;
-  const std::string err = MaskTimes(run.err);
-  EXPECT_EQ(err.substr(err.size() - std::min(err.size(), tail.size())), tail);
-  const auto sends = ExpectedSecureSends(image, true);
-  EXPECT_GT(sends.size(), 4000u);
-  ExpectLog(bench.CommandLog(), {kReadVersionLog}, sends, {"01 FC 08 00 00 00 01 00 80 00 00"});
-}
-
 // A run against a simulator of the profile with the case's arguments added;
 // a case named "uart: ..." runs over the pseudo-terminal, the rest over TCP.
 struct FaultCase {
