@@ -204,6 +204,7 @@ TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
   const auto sfi = BuildSfiImage(kSmallImage);
   struct Case {
     std::string name;
+    bool uart;
     std::vector<uint8_t> bytes;
     std::vector<std::string> extra;
     std::string downloading;
@@ -211,34 +212,55 @@ TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
     bool secondBlock;
   };
   const std::vector<Case> cases = {
-      {"my_fw.dat", Container(kTlvBoot, image), {}, "FWDAT", image, true},
-      {"my_fw.sfi", sfi, {}, "SFI", sfi, false},
+      {"my_fw.dat", false, Container(kTlvBoot, image), {}, "FWDAT", image, true},
+      {"my_fw.dat", true, Container(kTlvBoot, image), {}, "FWDAT", image, true},
+      {"my_fw.sfi", false, sfi, {}, "SFI", sfi, false},
       // -fw names the type; the file is then read as a container.
-      {"image.bin", Container(kTlvBoot, image), {"-fw", "x.dat"}, "FWDAT", image, true},
+      {"image.bin", false, Container(kTlvBoot, image), {"-fw", "x.dat"}, "FWDAT", image, true},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+    SCOPED_TRACE(c.name + (c.uart ? " over the UART" : ""));
     E2eBench bench;
     // A container in the searched folder that the named file must win over.
     bench.PutFirmware("qrxfw.dat", Container(kTlvBoot, BuildTwoBlockImage(kDecoyImage, true)));
     const std::string path = bench.Drive().WriteFile("elsewhere/" + c.name, c.bytes);
-    std::vector<std::string> args = {"--firmware", path};
+    const std::string snoop = bench.Drive().Join("run.snoop");
+    const std::string report = bench.Drive().Join("run.json");
+    const std::string pty = c.uart ? bench.StartPty(kTlvBoot) : "";
+    std::vector<std::string> args = {"--firmware", path, "--btsnoop", snoop, "--report", report};
     args.insert(args.end(), c.extra.begin(), c.extra.end());
-    const ProcessResult run = bench.RunTcp(kTlvBoot, args);
+    if (c.uart) args.insert(args.begin(), {"-i", "2", "-p", pty});
+    const ProcessResult run = c.uart ? bench.RunLoader(args) : bench.RunTcp(kTlvBoot, args);
     EXPECT_EQ(run.exitStatus, 0);
+    const std::string picked = c.extra.empty() ? kPicked : "";
+    const std::string downloading = "Initialization complete.\nDownloading " + c.downloading +
+                                    " file...\n";
     EXPECT_EQ(MaskTimes(run.err),
-              (c.extra.empty() ? kPicked : "") + kTcpVersion + "[OK]\n" +
-                  "Initialization complete.\nDownloading " + c.downloading + " file...\n" +
-                  kSmallImageFrames +
-                  "CMD: Norix HCI Reset                     Send Packet Size = 24 \n[OK]\n"
-                  "Download complete.\n" +
-                  kTcpTimingTable);
+              c.uart ? picked + kUartVersion + "[OK]\n" + downloading +
+                           "CMD: Norix HCI Reset                     [OK]\nDownload complete.\n" +
+                           kUartTimingTable
+                     : picked + kTcpVersion + "[OK]\n" + downloading + kSmallImageFrames +
+                           "CMD: Norix HCI Reset                     Send Packet Size = 24 \n[OK]\n"
+                           "Download complete.\n" +
+                           kTcpTimingTable);
     std::vector<std::string> expected = {"05 FC 01 FF"};
     for (const std::string& send : ExpectedSecureSends(c.sent, c.secondBlock)) {
       expected.push_back(send);
     }
     expected.push_back("01 FC 08 00 00 00 01 00 80 00 00");
     EXPECT_EQ(bench.CommandLog(), expected);
+    // Captured packet by packet, and reported.
+    ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("run.snoop")), expected);
+    ExpectBtmonReads(snoop, expected.size());
+    ExpectReportMatchesSchema(report);
+    const Json json = Json::parse(bench.Drive().Read("run.json"));
+    EXPECT_EQ(json["firmware"]["path"], LoaderPath(path));
+    EXPECT_EQ(json["exitStatus"], 0);
+    if (!c.uart) continue;
+    EXPECT_EQ(json["link"], LoaderUnderWine() ? "\\\\.\\COM5" : pty);
+    EXPECT_EQ(json["timing"][1]["task"], "Windows COM Write");
+    EXPECT_EQ(json["timing"].size(), 9u);
+    EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
   }
 }
 
@@ -430,35 +452,6 @@ TEST(LinuxFeatures, CaptureAndReportOfAFailedTcpDownload) {
   EXPECT_EQ(tasks, (std::vector<std::string>{"Patch Lib (Init)", "Patch Lib (Get Next)",
                                              "Patch Lib (Process Last)", "Initialization", "Other",
                                              "Total"}));
-}
-
-// Over the UART: a complete download captured packet by packet and reported.
-TEST(LinuxFeatures, CaptureAndReportOverTheUart) {
-  const auto image = BuildTwoBlockImage(kSmallImage, true);
-  E2eBench bench;
-  const std::string path = bench.Drive().WriteFile("fw/my_fw.dat", Container(kTlvBoot, image));
-  const std::string pty = bench.StartPty(kTlvBoot);
-  const std::string snoop = bench.Drive().Join("uart.snoop");
-  const std::string report = bench.Drive().Join("uart.json");
-  const ProcessResult run = bench.RunLoader(
-      {"-i", "2", "-p", pty, "--firmware", path, "--btsnoop", snoop, "--report", report});
-  EXPECT_EQ(run.exitStatus, 0);
-  EXPECT_EQ(MaskTimes(run.err), kPicked + kUartVersion + "[OK]\n" +
-                                    "Initialization complete.\nDownloading FWDAT file...\n"
-                                    "CMD: Norix HCI Reset                     [OK]\nDownload "
-                                    "complete.\n" +
-                                    kUartTimingTable);
-  ExpectReportMatchesSchema(report);
-  const Json json = Json::parse(bench.Drive().Read("uart.json"));
-  EXPECT_EQ(json["link"], LoaderUnderWine() ? "\\\\.\\COM5" : pty);
-  EXPECT_EQ(json["firmware"]["path"], LoaderPath(path));
-  EXPECT_EQ(json["timing"][1]["task"], "Windows COM Write");
-  EXPECT_EQ(json["timing"].size(), 9u);
-  EXPECT_EQ(json["exitStatus"], 0);
-  EXPECT_EQ(bench.SimulatorFinalOutput(), "qrxvps: host closed the line at 115200 bit/s\n");
-  const auto commands = bench.CommandLog();
-  ExpectCaptureMatches(ReadSnoop(bench.Drive().Read("uart.snoop")), commands);
-  ExpectBtmonReads(snoop, commands.size());
 }
 
 // A run cut short (here killed while it waits for an answer that never
