@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "fwlib_fixture.h"
 
 namespace qrx::test {
@@ -78,27 +76,6 @@ TEST(Iterators, CutEachLayoutAndRefuseWhatTheyCannotServe) {
     EXPECT_EQ(end, c.end);
     if (sent.empty()) continue;
     EXPECT_EQ(Get(walked.context.imageOffset), sent.back().from + sent.back().size);
-  }
-}
-
-// Every cut of each layout, then random damage, walked by every iterator:
-// each walk ends in a status, and (under the sanitizers) reads nothing
-// outside the image.
-TEST(Iterators, DamagedImagesEndInAStatus) {
-  std::mt19937 random(7);
-  for (const Bytes& source : {fwimage::BuildSfiImage({.bodyBytes = 700}),
-                              fwimage::BuildTwoBlockImage({.bodyBytes = 700}, true),
-                              fwimage::BuildBseqImage(fwimage::SampleBseqCommands(8, 3), true)}) {
-    for (size_t round = 0; round <= source.size() + 100; ++round) {
-      Bytes image(source.begin(), source.begin() + std::min(round, source.size()));
-      for (int flips = round > source.size() ? 1 + random() % 4 : 0; flips > 0; --flips)
-        image[random() % image.size()] = static_cast<uint8_t>(random());
-      for (uint8_t mode = 0; mode < 4; ++mode) {
-        ImageContext walked(image, mode % 2, mode / 2, static_cast<uint8_t>(round % 3));
-        for (const Bytes& command : WalkAll(walked.context).first) ASSERT_LE(command.size(), 258u);
-        ASSERT_LE(Get(walked.context.imageOffset), image.size());
-      }
-    }
   }
 }
 
