@@ -11,12 +11,12 @@
 #include "app/long_options.h"
 #include "app/options.h"
 #include "app/run_driver.h"
-#include "event_reads.h"
 #include "fake_world.h"
 #include "platform/console.h"
 #include "platform/trace.h"
 #include "run/run_options.h"
 #include "run_input.h"
+#include "trace_into_nothing.h"
 
 namespace {
 constexpr uint32_t kLineRestRate = 115200;
