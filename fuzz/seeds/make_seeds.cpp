@@ -43,12 +43,8 @@ Bytes Prefixed(uint8_t first, const Bytes& rest) {
   return out;
 }
 
-qrx::sim::ControllerConfig ConfigOf(Profile profile) {
-  return qrx::sim::ConfigForProfile(profile);
-}
-
 Bytes KeyOf(Profile profile) {
-  const qrx::sim::ControllerConfig config = ConfigOf(profile);
+  const qrx::sim::ControllerConfig config = qrx::sim::ConfigForProfile(profile);
   return qrx::sim::ImageKeyOf(qrx::sim::BuildVersionAnswer(config, true, config.patchNumber));
 }
 
@@ -60,24 +56,14 @@ Bytes Container(Profile profile, uint8_t kind, const Bytes& image) {
   return qrx::fwimage::BuildFwdat(std::span(&entry, 1));
 }
 
+// Small images, so that the seeds are quick to run.
 struct Images {
-  Bytes sfi;
-  Bytes twoBlock;
-  Bytes twoBlockBare;
-  Bytes bseq;
+  qrx::fwimage::SignedImageSpec recipe{.bodyBytes = 48};
+  Bytes sfi = qrx::fwimage::BuildSfiImage(recipe);
+  Bytes twoBlock = qrx::fwimage::BuildTwoBlockImage(recipe, true);
+  Bytes twoBlockBare = qrx::fwimage::BuildTwoBlockImage(recipe, false);
+  Bytes bseq = qrx::fwimage::BuildBseqImage(qrx::fwimage::SampleBseqCommands(4, 1), true);
 };
-
-Images SmallImages() {
-  qrx::fwimage::SignedImageSpec recipe;
-  recipe.bodyBytes = 48;
-  Images images;
-  images.sfi = qrx::fwimage::BuildSfiImage(recipe);
-  images.twoBlock = qrx::fwimage::BuildTwoBlockImage(recipe, true);
-  images.twoBlockBare = qrx::fwimage::BuildTwoBlockImage(recipe, false);
-  const auto commands = qrx::fwimage::SampleBseqCommands(4, 1);
-  images.bseq = qrx::fwimage::BuildBseqImage(commands, true);
-  return images;
-}
 
 // One run of the loader against a fresh simulated controller; the seed holds
 // the arguments, the firmware and what the controller (or server) sent.
@@ -91,7 +77,7 @@ Recorded RecordRun(const std::vector<std::string>& arguments, Profile profile,
                    const Bytes& firmware, bool overTcp) {
   qrx::fuzz::ResetFakeWorld();
   qrx::fuzz::AddFakeFile("", firmware);
-  qrx::sim::Controller controller(ConfigOf(profile));
+  qrx::sim::Controller controller(qrx::sim::ConfigForProfile(profile));
   qrx::sim::VpsSession session(controller);
   Bytes hostBytes;
   bool closed = false;
@@ -159,7 +145,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   g_out = argv[1];
-  const Images images = SmallImages();
+  const Images images;
   const Bytes tlvBoot = Container(Profile::kTlvBoot, 1, images.twoBlock);
   const Bytes legacyBoot = Container(Profile::kLegacyBoot, 1, images.sfi);
   const Bytes tlvOp = Container(Profile::kTlvOp, 0, images.bseq);
