@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -71,9 +72,19 @@ std::vector<SnoopRecord> ReadSnoop(const std::string& text) {
 
 // Checks the capture against the simulator's log: every command it received
 // was captured as sent (H4 type 1 in front), every received record is an
-// event, and time never runs backwards. Returns the received records.
+// event, and time never runs backwards from the capture's start, which is
+// today on the format's clock (microseconds since the year 0; a day's leeway
+// for the time zone). Returns the received records.
 std::vector<SnoopRecord> ExpectCaptureMatches(const std::vector<SnoopRecord>& records,
                                               const std::vector<std::string>& commandLog) {
+  constexpr uint64_t kYear0To1970Us = 0x00DCDDB30F2F8000;
+  const auto now = std::chrono::duration_cast<std::chrono::microseconds>(
+                       std::chrono::system_clock::now().time_since_epoch())
+                       .count();
+  if (!records.empty()) {
+    EXPECT_NEAR(static_cast<double>(records[0].timestamp - kYear0To1970Us),
+                static_cast<double>(now), 86400e6);
+  }
   std::vector<std::string> sent;
   std::vector<SnoopRecord> received;
   uint64_t last = 0;
