@@ -19,6 +19,7 @@
 
 #include "child_run_posix.h"
 #include "floor_client_posix.h"
+#include "pty_floor_client_posix.h"
 #include "fwlib/fragment_iterators.h"
 #include "fwlib/fwlib_context.h"
 #include "image/fw_image.h"
@@ -94,9 +95,11 @@ struct PacedRow {
   int64_t cpuNs = 0;   // the loaders' CPU time in that run, averaged over them
   bool ok = false;
   bool failed = false;
+  bool minimalClient = false;  // the line's own floor: timed over its fragments only
 
   // The design's sleeps in such a run, in ms.
   int64_t FixedWaitsMs() const {
+    if (minimalClient) return 0;
     return kWaitsEveryRun + (rate != kPowerOnRate ? kWaitsRateSwitch : 0) +
            (noCommandComplete ? kWaitsNoCommandComplete : 0);
   }
@@ -169,6 +172,7 @@ class Bench {
   // One paced run: a simulator on its own paced line per loader, the loaders
   // started together.
   void RunPaced(PacedRow& row) {
+    if (row.minimalClient) return RunPacedFloor(row);
     std::vector<std::unique_ptr<test::ChildProcess>> sims;
     std::vector<std::vector<std::string>> loaders;
     for (size_t i = 0; i < row.loaders; ++i) {
@@ -202,6 +206,7 @@ class Bench {
       cpuNs += run.cpuNs;
       if (run.exitStatus == 0) continue;
       ok = false;
+      std::fprintf(stderr, "bench: loader %zu ended with status %d\n", i, run.exitStatus);
       std::error_code ignored;
       fs::copy_file(work_ / ("loader" + std::to_string(i) + ".err"), work_ / "failed.err",
                     fs::copy_options::overwrite_existing, ignored);
@@ -214,6 +219,8 @@ class Bench {
       long long ns = 0;
       if (at == std::string::npos ||
           std::sscanf(rest.c_str() + at, "qrxvps: wire %lld", &ns) != 1) {
+        std::fprintf(stderr, "bench: the simulator did not say what crossed the wire: \"%s\"\n",
+                     rest.c_str());
         ok = false;
       }
       wireNs = std::max<int64_t>(wireNs, ns);
@@ -230,6 +237,26 @@ class Bench {
     row.wallNs = wallNs;
     row.wireNs = wireNs;
     row.cpuNs = cpuNs / static_cast<int64_t>(row.loaders);
+  }
+
+  // The paced line's floor: the minimal host on its own paced line.
+  void RunPacedFloor(PacedRow& row) {
+    test::ChildProcess sim;
+    const std::string line = FirstLine(sim, {"--once", "--profile", "tlv-boot", "--pty", "--paced",
+                                             "--latency", std::to_string(row.latencyMs)});
+    const bench::PtyFloorResult floor = bench::RunPtyFloorClient(
+        line.substr(line.find_last_of(' ') + 1), row.rate, row.image->fragments);
+    sim.WaitExit(kSimulatorEndMs);
+    if (!floor.ok) {
+      std::fprintf(stderr, "bench: a run of \"%s\" (%s) failed\n", row.name.c_str(),
+                   row.image->label.c_str());
+      row.failed = true;
+      return;
+    }
+    if (row.ok && floor.fragmentNs >= row.wallNs) return;
+    row.ok = true;
+    row.wallNs = floor.fragmentNs;
+    row.wireNs = floor.fragmentWireNs;
   }
 
   // The floor: the same server, the minimal client with the loader's socket
@@ -303,20 +330,26 @@ void PrintTable(const std::vector<Row>& rows) {
 void PrintPacedTable(const std::vector<PacedRow>& rows) {
   std::printf(
       "\n| run (paced pty) | image | bit/s | wall ms | wire ms | fixed waits ms | floor ms | x "
-      "floor | loader CPU us/fragment |\n|---|---|---:|---:|---:|---:|---:|---:|---:|\n");
+      "floor | added us/fragment | loader CPU us/fragment |\n"
+      "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|\n");
   for (const PacedRow& row : rows) {
     if (!row.ok) {
-      std::printf("| %s | %s | %u | %s | | | | | |\n", row.name.c_str(), row.image->label.c_str(),
-                  row.rate, row.failed ? "failed" : "skipped");
+      std::printf("| %s | %s | %u | %s | | | | | | |\n", row.name.c_str(),
+                  row.image->label.c_str(), row.rate, row.failed ? "failed" : "skipped");
       continue;
     }
+    const auto fragments = static_cast<double>(row.image->fragments.size());
+    char cpu[32] = "-";  // the minimal host's CPU is not measured
+    if (!row.minimalClient) {
+      std::snprintf(cpu, sizeof cpu, "%.1f", static_cast<double>(row.cpuNs) / 1e3 / fragments);
+    }
     std::printf(
-        "| %s | %s | %u | %.0f | %.0f | %lld | %.0f | %.3f | %.1f |\n", row.name.c_str(),
+        "| %s | %s | %u | %.0f | %.0f | %lld | %.0f | %.3f | %.1f | %s |\n", row.name.c_str(),
         row.image->label.c_str(), row.rate, static_cast<double>(row.wallNs) / 1e6,
         static_cast<double>(row.wireNs) / 1e6, static_cast<long long>(row.FixedWaitsMs()),
         static_cast<double>(row.FloorNs()) / 1e6,
         static_cast<double>(row.wallNs) / static_cast<double>(row.FloorNs()),
-        static_cast<double>(row.cpuNs) / 1e3 / static_cast<double>(row.image->fragments.size()));
+        static_cast<double>(row.wallNs - row.FloorNs()) / 1e3 / fragments, cpu);
   }
 }
 
@@ -449,6 +482,12 @@ int main(int argc, char** argv) {
         paced.push_back({name, image, rate, noCc});
       }
     }
+  }
+  // The line's own floor at each rate: the minimal host, Command Complete awaited.
+  for (const uint32_t rate : {3000000u, kPowerOnRate}) {
+    PacedRow floor{"minimal host " + std::to_string(rate), &quarter, rate};
+    floor.minimalClient = true;
+    paced.push_back(floor);
   }
   for (const uint32_t latency : {1u, 16u}) {
     for (const bool noCc : {false, true}) {

@@ -16,19 +16,19 @@ class TimerLateness {
   // How long before a deadline to end the timed wait.
   int64_t Early() const { return estimate_ + kMarginNs; }
 
-  // A timed wait asked to end at `asked` ended at `ended`. The estimate
-  // follows a later wake at once and an earlier one slowly, so that one
-  // lucky wake does not make the next ones late.
+  // A timed wait asked to end at `asked` ended at `ended`. The estimate is a
+  // running mean, so that a wake delayed by a busy machine (which spinning
+  // would only make busier) moves it little.
   void Observe(int64_t asked, int64_t ended) {
     const int64_t late = std::clamp<int64_t>(ended - asked, 0, kMostNs);
-    estimate_ = late > estimate_ ? late : estimate_ - (estimate_ - late) / kEasing;
+    estimate_ += (late - estimate_) / kEasing;
   }
 
  private:
   static constexpr int64_t kMarginNs = 10'000;
   // Beyond this a spin costs more CPU than a late answer is worth.
-  static constexpr int64_t kMostNs = 500'000;
-  static constexpr int64_t kEasing = 16;
+  static constexpr int64_t kMostNs = 200'000;
+  static constexpr int64_t kEasing = 8;
   int64_t estimate_ = 0;
 };
 
