@@ -73,23 +73,30 @@ TEST(RunTimers, EveryStopAddsItsIntervalToTheRow) {
   EXPECT_LT(seconds, 1.0);
 }
 
-// Half an image (24 kbit) after a little over 0.3 s: the rate is shown in kbit/s, bytes times 8.
-TEST(ProgressLine, ShowsTheRateInKilobitsPerSecond) {
+// 3000 bytes (24 kbit) after a little over 0.3 s: the rate is shown in kbit/s,
+// bytes times 8, and the time left for the other 597000 bytes at that rate
+// (about ten minutes) in minutes and seconds.
+TEST(ProgressLine, ShowsTheRateInKilobitsPerSecondAndTheTimeLeft) {
   g_runOptions = RunOptions{};
   g_runOptions.progress = ProgressMode::kOn;
   ConsoleCapture console;
   const int64_t before = PerformanceCounter();
-  ProgressBegin(6000);
+  ProgressBegin(600000);
   SleepMilliseconds(300);
   ProgressUpdate(3000);
   const auto seconds = static_cast<double>(PerformanceCounter() - before) / PerformanceFrequency();
   ProgressEnd();
   g_runOptions = RunOptions{};
   double kbits = 0;
-  ASSERT_EQ(std::sscanf(console.Err().c_str(), "\r 50%% 3000/6000 bytes  %lf kbit/s", &kbits), 1)
+  int minutes = 0, secondsLeft = 0;
+  ASSERT_EQ(std::sscanf(console.Err().c_str(), "\r  0%% 3000/600000 bytes  %lf kbit/s  %d:%d left",
+                        &kbits, &minutes, &secondsLeft),
+            3)
       << console.Err();
   EXPECT_LE(kbits, 24 / 0.3 + 0.1);
   EXPECT_GE(kbits, 24 / seconds - 0.1);
+  EXPECT_LT(secondsLeft, 60);
+  EXPECT_NEAR(minutes * 60 + secondsLeft, 597000 * 8 / 1000 / kbits, 3);
 }
 
 }  // namespace

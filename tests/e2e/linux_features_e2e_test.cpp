@@ -1,6 +1,7 @@
 // The loader's double-dash options against the simulator: --firmware,
 // --btsnoop, --report, the terminal-only lines, --help and --version.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -211,6 +212,7 @@ TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
 }
 
 TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
+  umask(022);
   const auto image = BuildTwoBlockImage(kSmallImage, true);
   const auto sfi = BuildSfiImage(kSmallImage);
   struct Case {
@@ -267,6 +269,10 @@ TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
     const Json json = Json::parse(bench.Drive().Read("run.json"));
     EXPECT_EQ(json["firmware"]["path"], LoaderPath(path));
     EXPECT_EQ(json["exitStatus"], 0);
+    // Both files readable by all, as the test's umask of 022 leaves them.
+    for (const std::string& file : {snoop, report}) {
+      EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0644)) << file;
+    }
     if (!c.uart) continue;
     EXPECT_EQ(json["link"], LoaderUnderWine() ? "\\\\.\\COM5" : pty);
     EXPECT_EQ(json["timing"][1]["task"], "Windows COM Write");

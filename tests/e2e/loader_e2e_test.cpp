@@ -290,6 +290,10 @@ TEST(LoaderEndToEnd, EachFailureEndsWithItsMessage) {
           {"an event without parameters",
            {"--fault", "short-event@4"},
            tcpThird + "Invalid event received! Len: 3\n" + incomplete},
+          // Four bytes are enough to be read as an event; its opcode lies beyond them.
+          {"a four-byte event answers the third fragment",
+           {"--fault", "bytes:040E0101@4"},
+           tcpThird + "Unexpected HCI Event! OCF=0x00" + incomplete},
           {"connection closed during the download",
            {"--fault", "close@4"},
            tcpThird + "ERROR: memcpy_s failed! Error=22\nQRXBPLRecvCommand failed!\n" + incomplete},
