@@ -29,4 +29,19 @@ struct SerialPortList {
 
 SerialPortList ListSerialPorts();
 
+// What the system backends share.
+
+// The vendor and product a hardware id names, "USB\VID_0403&PID_6001&REV_0600" or an
+// adapter driver's own "FTDIBUS\COMPORT&VID_0403&PID_6001" (any case), as four
+// lower-case hex digits each; empty when it names none.
+struct UsbIds {
+  std::string vendorId;
+  std::string productId;
+};
+UsbIds UsbIdsFromHardwareId(const std::string& hardwareId);
+
+// Sorts ports by device name, a name's number taken as a number: COM2 before
+// COM10, as Windows users count them.
+void SortByPortNumber(std::vector<SerialPortInfo>& ports);
+
 }  // namespace qrx

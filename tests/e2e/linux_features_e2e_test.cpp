@@ -281,8 +281,29 @@ TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
   }
 }
 
-// --list-ports names every tty a driver serves, as /sys shows them, with that driver.
+// --list-ports names every tty a driver serves, as /sys shows them, with that
+// driver; on Windows every COM port, here those Wine maps (comN in the
+// prefix's dosdevices), in the order of their numbers.
 TEST(LinuxFeatures, ListPortsShowsTheTtysADriverServes) {
+  if (LoaderUnderWine()) {
+    std::vector<std::pair<int, std::string>> mapped;
+    for (const auto& link : std::filesystem::directory_iterator(
+             std::filesystem::path(BuildProduct("wineprefix")) / "dosdevices")) {
+      const std::string name = link.path().filename().string();
+      if (name.starts_with("com"))
+        mapped.push_back({std::stoi(name.substr(3)), "COM" + name.substr(3)});
+    }
+    std::sort(mapped.begin(), mapped.end());
+    std::string expected;
+    for (const auto& [number, port] : mapped) expected += port + "\n";
+    EXPECT_NE(expected.find("COM7\n"), std::string::npos) << "the prefix maps COM7";
+    E2eBench bench;
+    const ProcessResult run = bench.RunLoader({"--list-ports"});
+    EXPECT_EQ(run.exitStatus, 0);
+    EXPECT_EQ(run.out, expected);
+    EXPECT_EQ(run.err, "");
+    return;
+  }
   std::vector<std::string> expected;
   for (const auto& tty : std::filesystem::directory_iterator("/sys/class/tty")) {
     const auto driver = tty.path() / "device" / "driver";

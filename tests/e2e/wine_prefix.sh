@@ -12,10 +12,16 @@ wineserver=$(dirname "$wine")/wineserver
 case $action in
   start)
     mkdir -p "$WINEPREFIX"
-    # Persistent for two minutes after the last program: longer than any gap
-    # between two runs. Its output must not hold the test's pipes open.
-    "$wineserver" -p120 </dev/null >/dev/null 2>&1 || true
     "$wine" wineboot --init </dev/null >/dev/null 2>&1
+    # A COM port of Wine's own registry besides those of the host's serial
+    # devices, for --list-ports to find; Wine publishes it when it starts.
+    "$wine" reg add 'HKLM\Software\Wine\Ports' /v COM7 /d /dev/null /f </dev/null >/dev/null 2>&1
+    "$wineserver" -k </dev/null >/dev/null 2>&1 || true
+    # Persistent for two minutes after the last program: longer than any gap
+    # between two runs. Neither it nor the services started with it may hold
+    # the test's pipes open, so both start here.
+    "$wineserver" -p120 </dev/null >/dev/null 2>&1 || true
+    "$wine" wineboot </dev/null >/dev/null 2>&1
     # No other program may sit on the port the runs map onto the simulator.
     rm -f "$WINEPREFIX/dosdevices/com5"
     ;;

@@ -8,6 +8,7 @@
 
 #include "transport/btzel_serial.h"
 #include "transport/serial_device.h"
+#include "transport/serial_port_list.h"
 
 namespace qrx {
 namespace {
@@ -39,6 +40,29 @@ TEST(SerialNames, DeviceNamedByThePortValue) {
   }
   EXPECT_EQ(SerialDevicePathForPort(4000), "/dev/ttyS3999");
   EXPECT_EQ(SerialDevicePathForPort(INT32_MIN), "/dev/ttyS-2147483649");
+}
+
+// Windows names a USB adapter by its hardware id and counts COM ports by number.
+TEST(SerialPortList, UsbIdsFromTheHardwareIdAndPortsInNumberOrder) {
+  const std::pair<const char*, const char*> kIds[] = {
+      {"USB\\VID_0403&PID_6001&REV_0600", "0403:6001"},
+      {"usb\\vid_10c4&pid_EA60", "10c4:ea60"},
+      {"FTDIBUS\\COMPORT&VID_0403&PID_6001", "0403:6001"},
+      {"USB\\VID_04G3&PID_6001", ":"},
+      {"USB\\VID_0403", ":"},
+      {"ACPI\\PNP0501", ":"}};
+  for (const auto& [hardwareId, ids] : kIds) {
+    const UsbIds usb = UsbIdsFromHardwareId(hardwareId);
+    EXPECT_EQ(usb.vendorId + ":" + usb.productId, ids) << hardwareId;
+  }
+  std::vector<SerialPortInfo> ports;
+  for (const char* name : {"COM10", "COM2", "COM1", "COM100", "COM3"}) {
+    ports.emplace_back().device = name;
+  }
+  SortByPortNumber(ports);
+  std::string order;
+  for (const SerialPortInfo& port : ports) order += port.device + " ";
+  EXPECT_EQ(order, "COM1 COM2 COM3 COM10 COM100 ");
 }
 
 // A closed port leaves no exclusive flag on the device while its far end stays
