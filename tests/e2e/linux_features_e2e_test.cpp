@@ -283,14 +283,15 @@ TEST(LinuxFeatures, FirmwareFileReplacesTheSearch) {
 
 // --list-ports names every tty a driver serves, as /sys shows them, with that
 // driver; on Windows every COM port, here those Wine maps (comN in the
-// prefix's dosdevices), in the order of their numbers.
+// prefix's dosdevices), in the order of their numbers. Not COM5: the runs
+// link it to the simulator after Wine has started, so Wine never published it.
 TEST(LinuxFeatures, ListPortsShowsTheTtysADriverServes) {
   if (LoaderUnderWine()) {
     std::vector<std::pair<int, std::string>> mapped;
     for (const auto& link : std::filesystem::directory_iterator(
              std::filesystem::path(BuildProduct("wineprefix")) / "dosdevices")) {
       const std::string name = link.path().filename().string();
-      if (name.starts_with("com"))
+      if (name.starts_with("com") && name != "com5")
         mapped.push_back({std::stoi(name.substr(3)), "COM" + name.substr(3)});
     }
     std::sort(mapped.begin(), mapped.end());
