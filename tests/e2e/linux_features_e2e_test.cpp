@@ -353,6 +353,9 @@ TEST(LinuxFeatures, MistakesAreRefusedBeforeTheController) {
        "unknown option '--fimware' (did you mean '--firmware'?)"},
       {true, "", {}, {"--list-prots"}, "unknown option '--list-prots' (did you mean '--list-ports'?)"},
       {false, "", {}, {"--frobnicate"}, "unknown option '--frobnicate'"},
+      // Suggested up to a third of the letters changed (2 of "firmware"'s 8), not beyond.
+      {false, "", {}, {"--frmwre"}, "unknown option '--frmwre' (did you mean '--firmware'?)"},
+      {false, "", {}, {"--farmwaxy"}, "unknown option '--farmwaxy'"},
       {true, "", {}, {"--report"}, "option '--report' needs a value (FILE)"},
       {false, "", {}, {"--btsnoop", "--progress"}, "option '--btsnoop' needs a value (FILE)"},
       {false, "", {}, {"-v", "--version"}, "option '--version' must be the only argument"},
@@ -366,6 +369,9 @@ TEST(LinuxFeatures, MistakesAreRefusedBeforeTheController) {
        named + "holds nothing but zero bytes"},
       {false, "fw.bin", sfi, {"--firmware", "FILE"},
        named + "has no known type: its name (or -fw) holds none of .dat, .sfi, .bseq"},
+      {false, "short.bseq", {0x01, 0x2F, 0xFC}, {"--firmware", "FILE"},
+       named + "is not a whole BSEQ file: it is 3 bytes, shorter than the smallest BSEQ image "
+               "(4 bytes)"},
       {false, "short.sfi", cut(0, 600), {"--firmware", "FILE"},
        named + "is not a whole SFI file: it is 600 bytes, shorter than the smallest SFI image "
                "(644 bytes)"},
