@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 mode=${1:?mode: replay or fuzz}
 build=${2:?build directory}
 seconds=${3:-60}
-targets=(fwdat fragments run event_reads firmware_report sim_frames)
+targets=(fwdat fragments run firmware_report)
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 

@@ -1,6 +1,6 @@
 // Writes the fuzz targets' seed corpora: firmware built by the image library,
 // and whole runs of the loader against the simulated controller over the fake
-// serial line and server socket, recorded from both ends.
+// serial line and server socket, recorded at the far end.
 //
 //   fuzz_make_seeds OUT_DIR      (OUT_DIR/<target>/<name>)
 #include <cstdio>
@@ -10,15 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "app/long_options.h"
-#include "app/options.h"
-#include "app/run_driver.h"
 #include "fake_world.h"
 #include "image/fw_image.h"
 #include "model/controller.h"
 #include "model/controller_config.h"
 #include "model/version_answer.h"
-#include "run/run_options.h"
 #include "run_input.h"
 #include "vps_session.h"
 
@@ -67,24 +63,16 @@ struct Images {
 
 // One run of the loader against a fresh simulated controller; the seed holds
 // the arguments, the firmware and what the controller (or server) sent.
-struct Recorded {
-  Bytes runInput;
-  Bytes farEnd;
-  Bytes hostBytes;
-};
-
-Recorded RecordRun(const std::vector<std::string>& arguments, Profile profile,
-                   const Bytes& firmware, bool overTcp) {
+qrx::fuzz::RunInput RecordRun(const std::vector<std::string>& arguments, Profile profile,
+                              const Bytes& firmware, bool overTcp) {
   qrx::fuzz::ResetFakeWorld();
   qrx::fuzz::AddFakeFile("", firmware);
   qrx::sim::Controller controller(qrx::sim::ConfigForProfile(profile));
   qrx::sim::VpsSession session(controller);
-  Bytes hostBytes;
   bool closed = false;
   if (overTcp) {
     controller.PowerOn();
     qrx::fuzz::ServerPeer().onWrite = [&](std::span<const uint8_t> bytes) {
-      hostBytes.insert(hostBytes.end(), bytes.begin(), bytes.end());
       std::string error;
       if (closed || !session.OnClientBytes(bytes, &error)) return;
       while (std::optional<qrx::sim::VpsSession::Message> message = session.NextMessage()) {
@@ -97,7 +85,6 @@ Recorded RecordRun(const std::vector<std::string>& arguments, Profile profile,
     };
   } else {
     qrx::fuzz::SerialPeer().onWrite = [&](std::span<const uint8_t> bytes) {
-      hostBytes.insert(hostBytes.end(), bytes.begin(), bytes.end());
       if (closed) return;
       controller.Receive(bytes);
       while (std::optional<qrx::sim::OutPacket> packet = controller.PopOutput()) {
@@ -109,24 +96,12 @@ Recorded RecordRun(const std::vector<std::string>& arguments, Profile profile,
       }
     };
   }
-  std::vector<const char*> argv{"qrxbpl"};
-  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
-  const int argc = static_cast<int>(argv.size());
-  argv.push_back(nullptr);
-  qrx::g_runOptions = qrx::RunOptions{};
-  const bool ok = qrx::ParseLongOptions(argc, argv.data()) == qrx::LongOptionResult::kRun &&
-                  qrx::ParseCommandLine(argc, argv.data()) && qrx::RunDownload();
+  const bool ok = qrx::fuzz::RunProgram(arguments);
   std::fprintf(stderr, "fuzz_make_seeds: run %s\n", ok ? "completed" : "failed");
-
-  Recorded recorded;
-  recorded.farEnd = overTcp ? qrx::fuzz::ServerPeer().delivered : qrx::fuzz::SerialPeer().delivered;
-  recorded.hostBytes = hostBytes;
-  qrx::fuzz::RunInput input;
-  input.arguments = arguments;
-  input.firmware = firmware;
-  input.farEnd = recorded.farEnd;
-  recorded.runInput = qrx::fuzz::WriteRunInput(input);
-  return recorded;
+  return {
+      .arguments = arguments,
+      .firmware = firmware,
+      .farEnd = overTcp ? qrx::fuzz::ServerPeer().delivered : qrx::fuzz::SerialPeer().delivered};
 }
 
 struct Scenario {
@@ -166,38 +141,23 @@ int main(int argc, char** argv) {
   Write("firmware_report", "two-block.sfi", images.twoBlock);
   Write("firmware_report", "bseq", images.bseq);
 
+  // clang-format off
   const std::vector<Scenario> scenarios = {
       {"uart-tlv-boot", {"-i", "2", "-p", "COM1"}, Profile::kTlvBoot, false, false},
-      {"uart-rate",
-       {"-i", "2", "-h", "2", "-p", "COM1", "-r", "3000000"},
-       Profile::kTlvBoot,
-       false,
-       false},
+      {"uart-rate", {"-i", "2", "-h", "2", "-p", "COM1", "-r", "3000000"}, Profile::kTlvBoot, false, false},
       {"uart-legacy-nocc", {"-i", "2", "-p", "COM1", "-nocc"}, Profile::kLegacyBoot, false, false},
-      {"uart-legacy-op-bd",
-       {"-i", "2", "-p", "COM1", "-bd", "-v"},
-       Profile::kLegacyOp,
-       false,
-       true},
+      {"uart-legacy-op-bd", {"-i", "2", "-p", "COM1", "-bd", "-v"}, Profile::kLegacyOp, false, true},
       {"tcp-tlv-boot", {"-i", "3", "-a", "127.0.0.1"}, Profile::kTlvBoot, true, false},
-      {"tcp-legacy-boot",
-       {"-i", "3", "-a", "127.0.0.1", "-f", "1"},
-       Profile::kLegacyBoot,
-       true,
-       false},
+      {"tcp-legacy-boot", {"-i", "3", "-a", "127.0.0.1", "-f", "1"}, Profile::kLegacyBoot, true, false},
   };
+  // clang-format on
   for (const Scenario& scenario : scenarios) {
     const Bytes firmware = scenario.bseq
                                ? images.bseq
                                : (scenario.profile == Profile::kLegacyBoot ? legacyBoot : tlvBoot);
-    const Recorded run =
+    const qrx::fuzz::RunInput run =
         RecordRun(scenario.arguments, scenario.profile, firmware, scenario.overTcp);
-    Write("run", scenario.name, run.runInput);
-    // Link in the top bit (set: TCP), whole pieces.
-    Write("event_reads", scenario.name, Prefixed(scenario.overTcp ? 0x80 : 0, run.farEnd));
-    // Selector: profile, whole pieces.
-    Write("sim_frames", scenario.name,
-          Prefixed(static_cast<uint8_t>(scenario.profile), run.hostBytes));
+    Write("run", scenario.name, qrx::fuzz::WriteRunInput(run));
   }
 
   // A controller that answers the version read with a vendor event and then
@@ -205,10 +165,7 @@ int main(int argc, char** argv) {
   // short header.
   Bytes hostile = {0x04, 0xFF, 0x05, 0x05, 0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00};
   for (int i = 0; i < 263; ++i) hostile.push_back(static_cast<uint8_t>(i));
-  Write("event_reads", "hostile-acl", Prefixed(0, hostile));
-  qrx::fuzz::RunInput hostileRun;
-  hostileRun.arguments = {"-i", "2", "-p", "COM1"};
-  hostileRun.farEnd = hostile;
-  Write("run", "uart-hostile-acl", qrx::fuzz::WriteRunInput(hostileRun));
+  Write("run", "uart-hostile-acl",
+        qrx::fuzz::WriteRunInput({.arguments = {"-i", "2", "-p", "COM1"}, .farEnd = hostile}));
   return 0;
 }

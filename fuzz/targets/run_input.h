@@ -12,6 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "app/long_options.h"
+#include "app/options.h"
+#include "app/run_driver.h"
+#include "run/run_options.h"
+
 namespace qrx::fuzz {
 
 struct RunInput {
@@ -66,6 +71,21 @@ inline std::vector<uint8_t> WriteRunInput(const RunInput& input) {
   out.insert(out.end(), input.firmware.begin(), input.firmware.end());
   out.insert(out.end(), input.farEnd.begin(), input.farEnd.end());
   return out;
+}
+
+// The program from its command line on: the long options, the design's option
+// parser, then the run. A capture or report would land on the host's disk, so
+// their paths are dropped. True when the run completed.
+inline bool RunProgram(const std::vector<std::string>& arguments) {
+  std::vector<const char*> argv{"qrxbpl"};
+  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+  const int argc = static_cast<int>(argv.size());
+  argv.push_back(nullptr);
+  g_runOptions = RunOptions{};
+  if (ParseLongOptions(argc, argv.data()) != LongOptionResult::kRun) return false;
+  g_runOptions.btsnoopPath = nullptr;
+  g_runOptions.reportPath = nullptr;
+  return ParseCommandLine(argc, argv.data()) && RunDownload();
 }
 
 }  // namespace qrx::fuzz

@@ -5,16 +5,10 @@
 // 115200.
 #include <cstdint>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
-#include "app/long_options.h"
-#include "app/options.h"
-#include "app/run_driver.h"
 #include "fake_world.h"
 #include "platform/console.h"
 #include "platform/trace.h"
-#include "run/run_options.h"
 #include "run_input.h"
 #include "trace_into_nothing.h"
 
@@ -35,18 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   qrx::fuzz::QueueStream(qrx::fuzz::SerialPeer(), input.farEnd, input.pieceSize);
   qrx::fuzz::QueueStream(qrx::fuzz::ServerPeer(), input.farEnd, input.pieceSize);
 
-  std::vector<const char*> argv{"qrxbpl"};
-  for (const std::string& argument : input.arguments) argv.push_back(argument.c_str());
-  const int argc = static_cast<int>(argv.size());
-  argv.push_back(nullptr);
-
-  qrx::g_runOptions = qrx::RunOptions{};
-  if (qrx::ParseLongOptions(argc, argv.data()) == qrx::LongOptionResult::kRun) {
-    // Report and capture files would land on the host's disk.
-    qrx::g_runOptions.btsnoopPath = nullptr;
-    qrx::g_runOptions.reportPath = nullptr;
-    if (qrx::ParseCommandLine(argc, argv.data())) qrx::RunDownload();
-  }
+  qrx::fuzz::RunProgram(input.arguments);
   const qrx::fuzz::FakeLineState& line = qrx::fuzz::SerialLine();
   if (line.open) std::abort();  // the run left the port open
   if (line.appliedRate != 0 && line.appliedRate != kLineRestRate) std::abort();

@@ -197,14 +197,6 @@ TEST(LinuxFeatures, HelpAndVersionAloneAnswerOnStandardOutput) {
     EXPECT_TRUE(ours.starts_with("\nOptions of this platform:\n  --firmware FILE  ")) << ours;
     EXPECT_NE(ours.find("\nEnvironment:\n  QRXBPL_COM<n>  "), std::string::npos) << ours;
   }
-  // The other two programs name themselves with the same one version number.
-  for (const std::string product : {"sim/qrxvps", "tools/qrxfw"}) {
-    const ProcessResult run = RunProcess({BuildProduct(product), "--version"});
-    const std::string name = product.substr(product.find('/') + 1);
-    EXPECT_EQ(run.exitStatus, 0) << name;
-    EXPECT_EQ(run.out, name + " " QRX_VERSION "\n");
-    EXPECT_EQ(run.err, "") << name;
-  }
   EXPECT_TRUE(std::regex_match(
       usage.substr(0, usage.find('\n')),
       std::regex(
