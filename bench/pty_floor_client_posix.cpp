@@ -1,9 +1,6 @@
 #include "pty_floor_client_posix.h"
 
-// termios2 and the termios of <termios.h> cannot share a translation unit.
-#include <asm/termbits.h>
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -11,6 +8,7 @@
 #include <span>
 
 #include "platform/byte_order.h"
+#include "pty_posix.h"
 
 namespace qrx::bench {
 
@@ -43,16 +41,7 @@ class Line {
     fd_ = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     return fd_ >= 0 && SetRate(kPowerOnRate);
   }
-  bool SetRate(uint32_t rate) {
-    termios2 t{};
-    if (ioctl(fd_, TCGETS2, &t) != 0) return false;
-    t.c_iflag = t.c_oflag = t.c_lflag = 0;
-    t.c_cflag = CS8 | CREAD | CLOCAL | BOTHER;
-    t.c_ispeed = t.c_ospeed = rate;
-    t.c_cc[VMIN] = 1;
-    t.c_cc[VTIME] = 0;
-    return ioctl(fd_, TCSETS2, &t) == 0;
-  }
+  bool SetRate(uint32_t rate) { return sim::SetRawTerminal(fd_, rate); }
   bool Write(std::span<const uint8_t> bytes) {
     return write(fd_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
   }

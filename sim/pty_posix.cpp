@@ -19,8 +19,12 @@ namespace {
 
 constexpr uint32_t kInitialRate = 115200;
 
+}  // namespace
+
 // Raw 8N1, receiver on, modem lines ignored, like the loader's own settings.
-void MakeRaw(termios2& t, uint32_t rate) {
+bool SetRawTerminal(int fd, uint32_t rate) {
+  termios2 t{};
+  if (ioctl(fd, TCGETS2, &t) != 0) return false;
   t.c_iflag = 0;
   t.c_oflag = 0;
   t.c_lflag = 0;
@@ -29,9 +33,8 @@ void MakeRaw(termios2& t, uint32_t rate) {
   t.c_ispeed = rate;
   t.c_cc[VMIN] = 1;
   t.c_cc[VTIME] = 0;
+  return ioctl(fd, TCSETS2, &t) == 0;
 }
-
-}  // namespace
 
 PtyLine::~PtyLine() {
   Close();
@@ -59,10 +62,7 @@ bool PtyLine::Open(std::string* error) {
     Close();
     return false;
   }
-  termios2 t{};
-  ioctl(slave, TCGETS2, &t);
-  MakeRaw(t, kInitialRate);
-  ioctl(slave, TCSETS2, &t);
+  SetRawTerminal(slave, kInitialRate);
   close(slave);
   return true;
 }

@@ -9,6 +9,9 @@
 
 namespace qrx::sim {
 
+// Sets the terminal open at fd raw, 8N1, at any rate in bit/s.
+bool SetRawTerminal(int fd, uint32_t rate);
+
 class PtyLine {
  public:
   PtyLine() = default;

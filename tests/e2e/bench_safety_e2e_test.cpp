@@ -326,6 +326,7 @@ The firmware download cannot proceed because the controller has become unrespons
       {{"--tcp-timeout", "1"}, {}, failedRead},
       {{}, {{"QRXBPL_TCP_TIMEOUT", "1"}}, failedRead},
       {{"--tcp-timeout", "0"}, {}, refused + ", not '0'\n"},
+      {{"--tcp-timeout", "86401"}, {}, refused + ", not '86401'\n"},
       {{}, {{"QRXBPL_TCP_TIMEOUT", "2s"}}, refused + ", not '2s'\n"},
       {{"--report", "missing/run.json"},
        {},
